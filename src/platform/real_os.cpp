@@ -1,0 +1,25 @@
+#include "platform/real_os.h"
+
+namespace korvane::platform {
+
+const Os& RealOs() {
+  static const Os os = {
+      .clocks = &RealClocks(),
+      .code_trust = &RealCodeTrust(),
+      .dynamic_libraries = &RealDynamicLibraries(),
+      .elevation = &RealElevation(),
+      .error_stream = &RealErrorStream(),
+      .files = &RealFiles(),
+      .identifiers = &RealIdentifiers(),
+      .kernel_objects = &RealKernelObjects(),
+      .process = &RealProcess(),
+      .proxy_settings = &RealProxySettings(),
+      .registry = &RealRegistry(),
+      .scheduled_command = &RealScheduledCommand(),
+      .text = &RealTextEncoding(),
+      .windows = &RealWindowSystem(),
+  };
+  return os;
+}
+
+}  // namespace korvane::platform
