@@ -6,6 +6,7 @@
 // operations.
 #pragma once
 
+#include "platform/appearance.h"
 #include "platform/clocks.h"
 #include "platform/code_trust.h"
 #include "platform/dynamic_libraries.h"
@@ -25,6 +26,7 @@ namespace korvane::platform {
 
 // Pointers are never null and not owned.
 struct Os {
+  Appearance* appearance = nullptr;
   Clocks* clocks = nullptr;
   CodeTrust* code_trust = nullptr;
   DynamicLibraries* dynamic_libraries = nullptr;

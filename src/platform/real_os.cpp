@@ -4,6 +4,7 @@ namespace korvane::platform {
 
 const Os& RealOs() {
   static const Os os = {
+      .appearance = &RealAppearance(),
       .clocks = &RealClocks(),
       .code_trust = &RealCodeTrust(),
       .dynamic_libraries = &RealDynamicLibraries(),

@@ -8,6 +8,7 @@
 
 namespace korvane::platform {
 
+Appearance& RealAppearance();
 Clocks& RealClocks();
 CodeTrust& RealCodeTrust();
 DynamicLibraries& RealDynamicLibraries();
