@@ -1,0 +1,37 @@
+// fake_clock.h: clocks that move only when told. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/clocks.h"
+#include "platform/mutex.h"
+
+namespace korvane::test {
+
+class FakeClock : public platform::Clocks {
+ public:
+  // Both clocks begin here; the wall clock's default is 2024-01-02T03:04:05Z.
+  explicit FakeClock(std::int64_t unix_milliseconds = 1'704'164'645'000)
+      : unix_milliseconds_(unix_milliseconds) {}
+
+  // Moves both clocks.
+  void Advance(std::int64_t milliseconds);
+  // Sets the wall clock alone, backwards too.
+  void SetUnixMilliseconds(std::int64_t milliseconds);
+  // What was slept so far, in order.
+  std::vector<std::uint32_t> waits();
+
+  std::int64_t SteadyNanoseconds() override;
+  std::int64_t UnixMilliseconds() override;
+  // Returns at once; the clocks have moved by the wait then.
+  void SleepMilliseconds(std::uint32_t milliseconds) override;
+
+ private:
+  Mutex mutex_;
+  std::int64_t steady_nanoseconds_ KORVANE_GUARDED_BY(mutex_) = 1'000'000'000;
+  std::int64_t unix_milliseconds_ KORVANE_GUARDED_BY(mutex_);
+  std::vector<std::uint32_t> waits_ KORVANE_GUARDED_BY(mutex_);
+};
+
+}  // namespace korvane::test
