@@ -74,16 +74,21 @@ class StartupRecorder {
   void Close() noexcept KORVANE_EXCLUDES(mutex_);
 
  private:
-  // A built line and the log that it goes to, which the line keeps open until it is written.
+  // A built line and the log that it goes to, which it keeps open until it is written.
   struct Outgoing {
     std::string line;
     std::shared_ptr<LogFile> log;
   };
 
-  void Start() KORVANE_EXCLUDES(mutex_);
+  void Start();
   Outgoing Build(std::string_view stage, flutter::EncodableMap fields, std::int64_t ms)
       KORVANE_REQUIRES(mutex_);
   std::int64_t ElapsedMs() const;
+
+  // Under the lock, lets `change` alter the snapshot and takes the line's fields from it; then
+  // writes the line. `change` gets the snapshot and the line's `ms`.
+  template <typename Change>
+  void Record(std::string_view stage, const Change& change) noexcept KORVANE_EXCLUDES(mutex_);
 
   const std::int64_t start_ns_;
   Mutex mutex_;
