@@ -13,6 +13,7 @@ function(korvane_library name)
   else()
     file(GLOB own CONFIGURE_DEPENDS posix/*.cpp posix/*.h)
   endif()
+  list(FILTER own EXCLUDE REGEX "/main\\.cpp$") # the entry belongs to the program, not to a library
   add_library(korvane_${name} STATIC ${sources} ${own})
   set_target_properties(korvane_${name} PROPERTIES LINKER_LANGUAGE CXX)
 
