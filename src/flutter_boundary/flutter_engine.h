@@ -25,6 +25,10 @@ class FlutterEngine : public PluginRegistry {
   // Null when there is no engine. Lives as long as this object.
   BinaryMessenger* messenger() const { return messenger_.get(); }
 
+  // The engine itself, for those who sample facts of it. Null when there is none; not owned by the
+  // reader.
+  FlutterDesktopEngineRef handle() const { return engine_; }
+
   // Gives the engine away to a view controller. Null when there is none.
   FlutterDesktopEngineRef RelinquishEngine();
 

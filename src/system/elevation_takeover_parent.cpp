@@ -47,8 +47,8 @@ std::wstring NewToken() {
   return guid ? TakeoverToken(guid.value()) : std::wstring();
 }
 
-// What the window would have done, but for destroying it.
-[[noreturn]] void ExitDirectly(ArmedTakeover& armed, platform::ErrorCode post_error) {
+// Does what the window would have done, but for destroying it; doesn't return.
+void ExitDirectly(ArmedTakeover& armed, platform::ErrorCode post_error) {
   platform::WriteErrorLine("[ProxyManager] No main HWND or PostMessage failed (err=" +
                            std::to_string(post_error) + "); committing to direct ExitProcess(0)");
   armed.Close();
@@ -64,15 +64,16 @@ std::wstring NewToken() {
 TakeoverResult HandOver(ArmedTakeover& armed) {
   platform::WriteErrorLine(
       "[ProxyManager] Takeover Request received; posting WM_APP_TAKEOVER_EXIT");
-  const platform::WindowHandle window = takeover_window.load();
-  if (window == nullptr) {
-    ExitDirectly(armed, 0);
+  platform::ErrorCode post_error = 0;
+  if (const platform::WindowHandle window = takeover_window.load(); window != nullptr) {
+    const auto posted = os().windows->Post(window, kWmAppTakeoverExit, 0, 0);
+    if (posted) {
+      return TakeoverResult::kHandshake;
+    }
+    post_error = posted.error();
   }
-  const auto posted = os().windows->Post(window, kWmAppTakeoverExit, 0, 0);
-  if (!posted) {
-    ExitDirectly(armed, posted.error());
-  }
-  return TakeoverResult::kHandshake;
+  ExitDirectly(armed, post_error);
+  return TakeoverResult::kHandshake;  // not reached: the process is gone
 }
 
 TakeoverResult JudgeEndedChild(const platform::KernelHandle& child) {

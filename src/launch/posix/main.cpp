@@ -1,0 +1,3 @@
+#include "launch/launch_sequence.h"
+
+int main() { return korvane::RunLaunchSequence(); }
