@@ -11,8 +11,8 @@ namespace flutter {
 void ReportUndecodableCall(const std::string& channel);
 
 // "Failed to cancel existing stream: ", then code, message and details with a comma and a blank
-// between them. Details are written as text: none and null as "null", scalars and strings as they
-// read, anything else as its codec bytes in hexadecimal.
+// between them. Details read as text when they are a string, a bool or a number, "null" when there
+// are none, and "(list)" or the like otherwise.
 void ReportFailedCancel(const std::string& code, const std::string& message,
                         const EncodableValue* details);
 

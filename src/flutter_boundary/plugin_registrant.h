@@ -6,6 +6,10 @@
 
 #include "flutter_boundary/plugin_registry.h"
 
+namespace korvane {
+
 // Asks for a registrar for each plug-in and hands it, null or not, to the plug-in's registration
 // function before it asks for the next. Once, on the window's thread, before the first frame.
 void RegisterPlugins(flutter::PluginRegistry* registry);
+
+}  // namespace korvane
