@@ -1,0 +1,36 @@
+#include "diagnostics_evidence/redaction.h"
+
+#include "diagnostics_evidence/redaction_passes.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr int kDecodePasses = 4;
+constexpr char kOmitted[] = "[omitted: encoded diagnostic]";
+
+}  // namespace
+
+std::string redactDiagnosticText(std::string_view text) {
+  using namespace redaction;
+  std::string clean = RemoveControls(text);
+  // Decoding comes first, so that a URL can't slip through in an encoded form.
+  for (int pass = 0; pass < kDecodePasses && HasEncoding(clean); ++pass) {
+    clean = DecodeOnce(clean);
+  }
+  if (HasEncoding(clean)) {
+    return kOmitted;
+  }
+  clean = RemoveJoinedControls(RemoveControls(clean));
+  // A control that decoding made may have held the halves of another encoding apart.
+  if (HasEncoding(clean)) {
+    return kOmitted;
+  }
+  clean = ReplaceUrls(clean);
+  clean = ReplaceAddressTokens(clean);
+  clean = ReplaceIpv4(clean);
+  clean = ReplaceHosts(clean);
+  return ReplaceLongTokens(clean);
+}
+
+}  // namespace korvane
