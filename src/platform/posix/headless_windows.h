@@ -45,7 +45,7 @@ struct KorvaneHeadlessWindowsV1 {
   // host gives it a parent (SetParent), and it is destroyed with that parent at the latest.
   void* (*create_child)(KorvaneChildProcedure procedure, void* user_data);
 
-  // Destroys a window of the calling thread, with its children. False when it is not one.
+  // Destroys a window that create_child made on the calling thread. False when it is not one.
   bool (*destroy)(void* window);
 
   // Queues a message for a window of this process, from any thread. False when there is no such
