@@ -96,9 +96,4 @@ void FlutterEngine::OnNextFrame(void* user_data) {
   }
 }
 
-bool FlutterEngine::GetGraphicsAdapter(void** adapter) {
-  *adapter = nullptr;
-  return engine_ != nullptr && FlutterDesktopEngineGetGraphicsAdapter(engine_, adapter);
-}
-
 }  // namespace flutter

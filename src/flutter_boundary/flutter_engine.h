@@ -22,12 +22,11 @@ class FlutterEngine : public PluginRegistry {
   explicit FlutterEngine(const DartProject& project);
   ~FlutterEngine() override;
 
+  // Null when there is no engine; not owned by the reader.
+  FlutterDesktopEngineRef handle() const { return engine_; }
+
   // Null when there is no engine. Lives as long as this object.
   BinaryMessenger* messenger() const { return messenger_.get(); }
-
-  // The engine itself, for those who sample facts of it. Null when there is none; not owned by the
-  // reader.
-  FlutterDesktopEngineRef handle() const { return engine_; }
 
   // Gives the engine away to a view controller. Null when there is none.
   FlutterDesktopEngineRef RelinquishEngine();
@@ -44,10 +43,6 @@ class FlutterEngine : public PluginRegistry {
   // Calls `callback` once, on this thread, after the next frame was drawn. One at a time: a second
   // registration before that frame replaces the first. What it throws goes no further.
   void SetNextFrameCallback(std::function<void()> callback);
-
-  // The engine's graphics adapter (IDXGIAdapter). Whatever stands in *adapter afterwards belongs to
-  // the caller, who releases it, also after false.
-  bool GetGraphicsAdapter(void** adapter);
 
  private:
   static void OnNextFrame(void* user_data);
