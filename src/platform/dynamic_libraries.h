@@ -31,7 +31,8 @@ class DynamicLibraries {
   // boundary, any C++ exception. False when the call did not come to its end. What the function
   // held at that moment (locks, memory) stays as it was: for calls into closed code only, with
   // nothing of ours on the stack between. Windows: a structured exception handler that takes every
-  // code. Linux: signal handlers with a jump out, for the calling thread.
+  // code; an abort is no exception there, and ends the process. Linux: signal handlers with a jump
+  // out, for the calling thread.
   virtual bool CallGuarded(void (*function)(void* argument), void* argument) = 0;
 };
 

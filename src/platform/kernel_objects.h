@@ -2,7 +2,8 @@
 //
 // All objects are made with default security. A name begins with "Local\" or "Global\".
 // Linux: a named mutex is a robust mutex in a shared memory file of the user's runtime folder (a
-// dead owner gives "abandoned"); a named event is a shared memory file with a futex in it.
+// dead owner gives "abandoned"); a named event is a named pipe there, signalled while there is a byte
+// in it.
 #pragma once
 
 #include <cstdint>
@@ -84,7 +85,7 @@ class KernelObjects {
   virtual WaitOutcome Wait(const KernelHandle& object, std::uint32_t milliseconds) = 0;
 
   // WaitForMultipleObjects for any of them; the result is the index of the first that is signalled.
-  // Events and processes (Processes::LaunchElevated) only.
+  // Events and processes (Elevation::LaunchElevated) only.
   virtual WaitOutcome WaitAny(const std::vector<const KernelHandle*>& objects,
                               std::uint32_t milliseconds) = 0;
 
