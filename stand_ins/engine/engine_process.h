@@ -1,0 +1,45 @@
+// engine_process.h: the engine as one process sees it: its services, options and last error.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "engine/service.h"
+#include "platform/mutex.h"
+
+namespace korvane::stand_in {
+
+// Made on first use and never destroyed: services may run until the process ends. Any thread.
+class EngineProcess {
+ public:
+  static EngineProcess& Get();
+
+  EngineProcess();
+
+  const LibraryOptions& options() const { return options_; }
+
+  // Throws ConfigurationError. The service gets an identifier when it is added.
+  std::shared_ptr<Service> Create(const std::string& configuration) const;
+  std::uint64_t Add(std::shared_ptr<Service> service) KORVANE_EXCLUDES(mutex_);
+  // Null when there is none.
+  std::shared_ptr<Service> Find(std::uint64_t id) KORVANE_EXCLUDES(mutex_);
+  void Remove(std::uint64_t id) KORVANE_EXCLUDES(mutex_);
+
+  // The last error belongs to the process and not to the thread, as in the engine.
+  void SetLastError(std::string text) KORVANE_EXCLUDES(mutex_);
+  std::optional<std::string> LastError() KORVANE_EXCLUDES(mutex_);
+
+ private:
+  LibraryOptions options_;
+  // Why the file beside the library can't be used; then no service can be made.
+  std::string options_error_;
+  Mutex mutex_;
+  std::uint64_t last_id_ KORVANE_GUARDED_BY(mutex_) = 0;
+  std::map<std::uint64_t, std::shared_ptr<Service>> services_ KORVANE_GUARDED_BY(mutex_);
+  std::optional<std::string> last_error_ KORVANE_GUARDED_BY(mutex_);
+};
+
+}  // namespace korvane::stand_in
