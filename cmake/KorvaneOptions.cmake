@@ -1,6 +1,7 @@
 # Compiler options that every target of this project shares, and the switches that presets set.
 
 set(KORVANE_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
+set(KORVANE_LANE "tests" CACHE STRING "What the names of this build's tests begin with")
 option(KORVANE_FUZZ "Build the fuzzers (clang only)" OFF)
 
 find_program(CCACHE_PROGRAM ccache)
@@ -24,6 +25,10 @@ endif()
 if(KORVANE_SANITIZE)
   target_compile_options(korvane_options INTERFACE
     -fsanitize=${KORVANE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Under sanitizers GCC 12 warns of its own library's expressions.
+    target_compile_options(korvane_options INTERFACE -Wno-maybe-uninitialized)
+  endif()
   target_link_options(korvane_options INTERFACE -fsanitize=${KORVANE_SANITIZE})
 endif()
 

@@ -65,7 +65,7 @@ function(korvane_test name)
   endif()
   include(GoogleTest)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
-                       TEST_PREFIX "${name}." PROPERTIES ${properties})
+                       TEST_PREFIX "${KORVANE_LANE}.${name}." PROPERTIES ${properties})
 endfunction()
 
 # korvane_stand_in(NAME [SOURCES file...])

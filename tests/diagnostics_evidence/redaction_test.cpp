@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "diagnostics_evidence/redaction_passes.h"
+#include "support/small_stack.h"
 
 namespace korvane {
 namespace {
@@ -285,14 +286,16 @@ TEST(Redaction, RunsOfMillionsOfCharactersNeedNoStack) {
     host += "a.";
     joined += "\xC2";
   }
-  EXPECT_EQ(redactDiagnosticText(std::string(kRun, 'x')), "[redacted]");
-  EXPECT_EQ(redactDiagnosticText(std::string(kRun, '-')), std::string(kRun, '-'));
-  EXPECT_EQ(redactDiagnosticText("http://" + digits), "[url]");
-  EXPECT_EQ(redactDiagnosticText(host + "com:80"), "[host]");
-  EXPECT_EQ(redactDiagnosticText("\x1B]" + digits), "]"s + "[redacted]");
-  EXPECT_EQ(redactDiagnosticText(joined + std::string(kRun / 2, '\x80')), "");
-  EXPECT_EQ(redactDiagnosticText(std::string(kRun, ':')), "[ip]");
-  EXPECT_EQ(redactDiagnosticText(std::string(kRun, '%')), std::string(kRun, '%'));
+  test::RunOnSmallStack([&] {
+    EXPECT_EQ(redactDiagnosticText(std::string(kRun, 'x')), "[redacted]");
+    EXPECT_EQ(redactDiagnosticText(std::string(kRun, '-')), std::string(kRun, '-'));
+    EXPECT_EQ(redactDiagnosticText("http://" + digits), "[url]");
+    EXPECT_EQ(redactDiagnosticText(host + "com:80"), "[host]");
+    EXPECT_EQ(redactDiagnosticText("\x1B]" + digits), "]"s + "[redacted]");
+    EXPECT_EQ(redactDiagnosticText(joined + std::string(kRun / 2, '\x80')), "");
+    EXPECT_EQ(redactDiagnosticText(std::string(kRun, ':')), "[ip]");
+    EXPECT_EQ(redactDiagnosticText(std::string(kRun, '%')), std::string(kRun, '%'));
+  });
 }
 
 }  // namespace

@@ -3,9 +3,13 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+// This header's declarations lack C linkage in glibc 2.36.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 #include <algorithm>
 #include <cerrno>

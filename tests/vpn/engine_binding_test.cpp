@@ -1,0 +1,216 @@
+#include "vpn/engine_binding.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/os.h"
+#include "vpn/engine_signature.h"
+#include "vpn/tunnel_fixture.h"
+#include "vpn/vpn_state.h"
+
+namespace korvane::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// The executable's folder as the host spells it.
+std::string Folder() {
+  const std::wstring path = platform::os().process->Executable().value().path;
+  const std::wstring folder = path.substr(0, path.find_last_of(L"\\/"));
+  return platform::os().text->WideToUtf8Lossy(folder);
+}
+
+std::string Joined(const std::string& folder, const std::string& name) {
+  return folder + platform::os().text->PathSeparator() + name;
+}
+
+class EngineBindingTest : public TunnelTest {};
+
+TEST_F(EngineBindingTest, LibraryBesideTheProgramComesFirst) {
+  libraries.present.insert("dll/sing-box.dll");
+  vpn_state().core_integrity_failed = true;
+  EXPECT_TRUE(LoadEngine());
+  EXPECT_THAT(libraries.loads, ElementsAre("sing-box.dll"));
+  EXPECT_FALSE(vpn_state().core_integrity_failed);
+  EXPECT_THAT(Lines(), IsEmpty());
+  EXPECT_EQ(errors.silence_calls(), 1);
+  EXPECT_TRUE(LoadEngine());
+  EXPECT_EQ(errors.silence_calls(), 1) << "once in the process's life";
+}
+
+TEST_F(EngineBindingTest, LibraryInTheFolderBelowIsTheSecondChoice) {
+  libraries.present = {"dll/sing-box.dll"};
+  EXPECT_TRUE(LoadEngine());
+  EXPECT_THAT(libraries.loads, ElementsAre("dll/sing-box.dll"));
+}
+
+TEST_F(EngineBindingTest, MissingLibraryNamesBothPlacesAndTheHostRunsOn) {
+  libraries.present.clear();
+  Register();
+  const std::string first = Joined(Folder(), "sing-box.dll");
+  const std::string second = Joined(Joined(Folder(), "dll"), "sing-box.dll");
+  EXPECT_THAT(Lines(), ElementsAre("Failed to load sing-box.dll from: " + first + " (error 2), " +
+                                       second + " (error 2)",
+                                   "Failed to load libbox DLL"));
+  EXPECT_EQ(Call("getCoreVersion").value, flutter::EncodableValue("sing-box DLL not loaded"));
+  const Answer answer = Call("connectForNodeSwitching", flutter::EncodableValue(ProxyConfig()));
+  EXPECT_EQ(answer.message, "DLL functions not loaded");
+}
+
+TEST_F(EngineBindingTest, StandardErrorThatCantBeSilencedMeansNoEngine) {
+  errors.SetSilenceResult(platform::Status::Fail(6));
+  EXPECT_FALSE(LoadEngine());
+  EXPECT_THAT(Lines(),
+              ElementsAre("[SECURITY] Runtime stderr privacy setup failed; core unavailable"));
+  EXPECT_THAT(libraries.loads, IsEmpty());
+}
+
+TEST_F(EngineBindingTest, MissingExportsAreToldAndTheRestStaysBound) {
+  const struct {
+    const char* missing;
+    bool loaded;
+    std::vector<std::string> lines;
+  } rows[] = {
+      {"singbox_set_crash_output",
+       true,
+       {"[DIAG] singbox_set_crash_output not exported by this core \u2014 crash output unsupported "
+        "(continuing)"}},
+      {"singbox_close_service",
+       false,
+       {"[ERROR] Failed to get all required function pointers from DLL"}},
+      {"singbox_get_last_error",
+       false,
+       {"[ERROR] Failed to get all required function pointers from DLL"}},
+  };
+  for (const auto& row : rows) {
+    libraries.missing_exports = {row.missing};
+    EXPECT_EQ(LoadEngine(), row.loaded) << row.missing;
+    EXPECT_EQ(Lines(), row.lines) << row.missing;
+    EXPECT_NE(vpn_state().engine.module, nullptr) << row.missing;
+    EXPECT_NE(vpn_state().engine.singbox_new_service, nullptr) << row.missing;
+  }
+}
+
+TEST_F(EngineBindingTest, VersionIsAWordWhateverTheEngineDoes) {
+  const struct {
+    const char* why;
+    const char* version;
+    bool version_crashes, free_crashes;
+    std::string expected;
+    std::vector<std::string> lines;
+  } rows[] = {
+      {"a version", "1.11.0", false, false, "1.11.0", {}},
+      {"bytes of the code page", "1.11-\xE9", false, false, "1.11-\u00E9", {}},
+      {"none", nullptr, false, false, "Unknown", {}},
+      {"empty", "", false, false, "Unknown", {}},
+      {"a crash",
+       "1.11.0",
+       true,
+       false,
+       "Unavailable",
+       {"[ERROR] singbox_get_version crashed during startup/version query"}},
+      {"a crash behind it",
+       "1.11.0",
+       false,
+       true,
+       "1.11.0",
+       {"[WARNING] singbox_free_string crashed while freeing core version buffer"}},
+  };
+  for (const auto& row : rows) {
+    libraries.RestartGuards(row.version_crashes, row.free_crashes);
+    ASSERT_TRUE(LoadEngine());
+    FakeEngine::Get().version = row.version;
+    FakeEngine::Get().open_strings = 0;
+    EXPECT_EQ(ReadCoreVersion(), row.expected) << row.why;
+    EXPECT_EQ(Lines(), row.lines) << row.why;
+    EXPECT_EQ(FakeEngine::Get().open_strings, row.version_crashes ? 1 : 0) << row.why;
+  }
+}
+
+constexpr std::array<std::uint8_t, 20> kThumbprint = {0x0A, 0xBC, 1,  2,  3,  4,  5,  6,  7,  8,
+                                                      9,    10,   11, 12, 13, 14, 15, 16, 17, 0xFF};
+constexpr char kThumbprintText[] = "0ABC0102030405060708090A0B0C0D0E0F1011FF";
+
+// Three characters stand where a dash is meant, and stay.
+constexpr char kAudit[] =
+    "[SECURITY][AUDIT] sing-box.dll FAILED verification; loading anyway (audit-only default "
+    "\u00E2\u20AC\u201D would be refused under KORVANE_CORE_VERIFY_ENFORCE): ";
+
+TEST_F(EngineBindingTest, SignatureIsAuditedAndTheFileIsLoadedAllTheSame) {
+  trust.available = true;
+  trust.thumbprint = kThumbprint;
+  trust.display_name = L"Someone Else Ltd";
+  const std::wstring path = L"sing-box.dll";
+  const std::string audit = kAudit + std::string("sing-box.dll");
+  const std::wstring right(kThumbprintText, kThumbprintText + sizeof(kThumbprintText) - 1);
+  const std::wstring wrong = L"0abc" + right.substr(4);
+  const struct {
+    const char* why;
+    std::uint32_t status;
+    SignerPin pin;
+    bool query_fails, has_certificate;
+    std::vector<std::string> lines;
+  } rows[] = {
+      {"unsigned",
+       0x800B0100,
+       {},
+       false,
+       true,
+       {"[SECURITY] Authenticode verification failed for sing-box.dll (status 0x800b0100)", audit}},
+      {"valid, nothing pinned",
+       0,
+       {},
+       false,
+       true,
+       {"[SECURITY][WARN] core signer pinning not configured (thumbprint/subject empty); relying "
+        "on Authenticode validity only for sing-box.dll"}},
+      {"thumbprint", 0, {right, L"never looked at"}, false, true, {}},
+      {"thumbprint in lower case",
+       0,
+       {wrong, L"Someone"},
+       false,
+       true,
+       {std::string("[SECURITY] core signer thumbprint mismatch (expected 0abc") +
+            (kThumbprintText + 4) + ", got " + kThumbprintText + ")",
+        audit}},
+      {"subject", 0, {L"", L"Else"}, false, true, {}},
+      {"another subject",
+       0,
+       {L"", L"else"},
+       false,
+       true,
+       {"[SECURITY] core signer subject mismatch (expected substring 'else', got 'Someone Else "
+        "Ltd')",
+        audit}},
+      {"no signature to be read",
+       0,
+       {right, L""},
+       true,
+       true,
+       {"[SECURITY] CryptQueryObject failed for sing-box.dll (error 2148081673)", audit}},
+      {"no certificate", 0, {right, L""}, false, false, {audit}},
+  };
+  for (const auto& row : rows) {
+    trust.status = row.status;
+    trust.query_fails = row.query_fails;
+    trust.has_certificate = row.has_certificate;
+    libraries.loads.clear();
+    EXPECT_TRUE(VerifyAndLoadEngineFile(path, row.pin)) << row.why;
+    EXPECT_EQ(Lines(), row.lines) << row.why;
+    EXPECT_THAT(libraries.loads, ElementsAre("sing-box.dll")) << row.why;
+  }
+}
+
+TEST_F(EngineBindingTest, NoSignatureTestMeansNoSecurityLines) {
+  trust.status = 0x800B0100;
+  EXPECT_TRUE(VerifyAndLoadEngineFile("sing-box.dll"));
+  EXPECT_EQ(VerifyAndLoadEngineFile("absent.dll").error(), 2U);
+  EXPECT_THAT(Lines(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace korvane::test
