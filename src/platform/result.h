@@ -44,10 +44,11 @@ class [[nodiscard]] Result {
 
   bool ok() const { return value_.has_value(); }
   explicit operator bool() const { return ok(); }
-  // Precondition of the three: ok().
-  T& value() { return *value_; }
-  const T& value() const { return *value_; }
-  T&& take() { return std::move(*value_); }
+  // Precondition of the four: ok().
+  T& value() & { return *value_; }
+  const T& value() const& { return *value_; }
+  T value() && { return std::move(*value_); }  // no reference into a result that ends with the line
+  T take() { return std::move(*value_); }
   ErrorCode error() const { return error_; }
 
  private:
