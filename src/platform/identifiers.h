@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/result.h"
@@ -24,9 +25,9 @@ class Identifiers {
   // CoCreateGuid; the error is the HRESULT. Linux: a random version 4 GUID.
   virtual Result<Guid> CreateGuid() = 0;
 
-  // The GUID as StringFromGUID2 writes it: 38 characters, braces included, upper-case digits. Empty
-  // on failure. The same on both systems, and it doesn't fail there.
-  virtual std::string FormatGuid(const Guid& guid);
+  // The GUID as StringFromGUID2 writes it: 38 characters, braces included, upper-case digits. The
+  // same on both systems, and it doesn't fail there.
+  virtual std::optional<std::string> FormatGuid(const Guid& guid);
 
   // QueryPerformanceCounter; its unit is the system's own business.
   virtual std::uint64_t PerformanceCounter() = 0;

@@ -42,12 +42,12 @@ RunId MakeRunId() {
     run_id.failure_fields = {{"hresult", std::int64_t{hresult}}};
     return run_id;
   }
-  std::string text = identifiers.FormatGuid(guid.value());
-  if (text.empty()) {
+  auto text = identifiers.FormatGuid(guid.value());
+  if (!text) {
     run_id.failure = "guid_format_failed";
     return run_id;
   }
-  run_id.text = std::move(text);
+  run_id.text = std::move(*text);
   return run_id;
 }
 

@@ -28,7 +28,7 @@ class CountingIdentifiers final : public Counted<Identifiers> {
   Result<Guid> CreateGuid() override {
     return Make(Effect::kLooks, "Identifiers.CreateGuid", &Identifiers::CreateGuid);
   }
-  std::string FormatGuid(const Guid& guid) override {
+  std::optional<std::string> FormatGuid(const Guid& guid) override {
     return Make(Effect::kLooks, "Identifiers.FormatGuid", &Identifiers::FormatGuid, guid);
   }
   std::uint64_t PerformanceCounter() override {
