@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <thread>
 
 #include "recorder/recorder_world.h"
@@ -19,198 +18,135 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-// The line of an event as it was to be written, with the failure in it.
-std::string Report(const std::string& stage, const std::string& name, std::uint32_t code) {
-  return R"({"ms":0,"pid":)" + std::to_string(platform::os().process->Id()) + R"(,"run_id":")" +
-         test::kFixedGuid + R"(","stage":")" + stage + R"(","recorder_failure":")" + name +
+// A line without fields, as it is told when this failure befell it; or as it is written.
+std::string Report(const std::string& stage, const std::string& failure, std::uint32_t code) {
+  return R"({"ms":0,"pid":)" + std::to_string(platform::RealOs().process->Id()) + R"(,"run_id":")" +
+         test::kRunId + R"(","stage":")" + stage + R"(","recorder_failure":")" + failure +
          R"(","os_error":)" + std::to_string(code) + "}";
+}
+std::string Line(const std::string& stage) {
+  const std::string report = Report(stage, "", 0);
+  return report.substr(0, report.find(",\"recorder_failure")) + "}\n";
 }
 
 // An event whose line has this many bytes, the line feed included.
 void WriteLineOf(StartupRecorder& recorder, std::size_t bytes) {
-  const std::string bare = R"({"ms":0,"pad":"","pid":)" +
-                           std::to_string(platform::os().process->Id()) + R"(,"run_id":")" +
-                           test::kFixedGuid + R"(","stage":"e"})" + "\n";
-  recorder.Event("e", {{"pad", std::string(bytes - bare.size(), 'p')}});
+  const std::size_t rest = Line("e").size() + std::string_view(R"("pad":"",)").size();
+  recorder.Event("e", {{"pad", std::string(bytes - rest, 'p')}});
 }
 
-TEST(LogFile, LinesLieInTheUsersDataFolderUnderTheNamedMutex) {
+TEST(LogFile, ALineCostsOneSizeAndOneWriteUnderTheNamedMutex) {
   RecorderWorld world;
   StartupRecorder recorder;
-  recorder.Event("mutex", {{"already_exists", false}});
-
-  EXPECT_EQ(world.LogPath().filename(), "startup.log");
-  EXPECT_THAT(
-      world.LogText(),
-      HasSubstr(R"({"already_exists":false,"ms":0,"pid":)" +
-                std::to_string(platform::os().process->Id()) +
-                R"(,"run_id":"{9F2C5B1E-0A4D-4C3B-8E77-1D2F3A4B5C6D}","stage":"mutex"})" + "\n"));
-  EXPECT_THAT(world.kernel_objects.mutex_names(), ElementsAre(L"Global\\Korvane_StartupLog"));
-  EXPECT_THAT(world.kernel_objects.wait_bounds(), ElementsAre(100u, 100u));
-  EXPECT_THAT(world.files.calls(), ElementsAre("Size", "Write", "Size", "Write"))
-      << "a line costs one size and one write";
+  recorder.Event("show_window");
+  EXPECT_THAT(world.LogText(), ::testing::EndsWith("\n" + Line("show_window")));
+  EXPECT_THAT(world.kernel_objects.names, ElementsAre(L"Global\\Korvane_StartupLog"));
+  EXPECT_THAT(world.FileCalls(),
+              ElementsAre("CreateDirectories", "Open", "Size", "Write", "Size", "Write"));
   EXPECT_THAT(world.errors.lines(), IsEmpty());
 }
 
 TEST(LogFile, FailedOpeningSilencesTheLogAndNothingElse) {
-  struct Row {
-    const char* name;
-    std::uint32_t code;
-    std::function<void(RecorderWorld&)> arrange;
+  const std::pair<const char*, const char*> rows[] = {
+      {"Process.LocalApplicationData", "local_app_data_failed"},
+      {"Files.CreateDirectories", "log_directory_failed"},
+      {"KernelObjects.CreateNamedMutex", "log_mutex_create_failed"},
+      {"Files.Open", "log_open_failed"},
   };
-  const Row rows[] = {
-      {"local_app_data_failed", 0x80070003,
-       [](RecorderWorld& world) { world.process.local_data_error = 0x80070003; }},
-      {"log_directory_failed", 5,
-       [](RecorderWorld& world) { world.files.failures.Set("CreateDirectories", 5); }},
-      {"log_mutex_create_failed", 6,
-       [](RecorderWorld& world) { world.kernel_objects.failures.Set("CreateNamedMutex", 6); }},
-      {"log_open_failed", 32, [](RecorderWorld& world) { world.files.failures.Set("Open", 32); }},
-  };
-  for (const Row& row : rows) {
-    RecorderWorld world;
-    row.arrange(world);
+  for (const auto& [operation, name] : rows) {
+    RecorderWorld world(std::nullopt, /*error=*/0x80070003);
+    world.failing = operation;
     StartupRecorder recorder;
-    recorder.Event("mutex");
+    recorder.Event("show_window");
     recorder.RecordActivateRequest(1, false);
 
     const auto reports = world.errors.lines();
-    ASSERT_EQ(reports.size(), 4u) << row.name;
-    EXPECT_EQ(reports[0], Report("recorder_init", row.name, row.code));
-    EXPECT_THAT(reports[1], HasSubstr(R"("stage":"process_start",)")) << row.name;
-    EXPECT_EQ(reports[2], Report("mutex", "log_unavailable", 0)) << row.name;
+    ASSERT_EQ(reports.size(), 4u) << name;
+    EXPECT_EQ(reports[0], Report("recorder_init", name, 0x80070003));
+    EXPECT_EQ(world.errors.debugger_texts()[0], reports[0] + "\n");
+    EXPECT_THAT(reports[1], HasSubstr(R"("stage":"process_start",)"));
+    EXPECT_EQ(reports[2], Report("show_window", "log_unavailable", 0));
     EXPECT_THAT(reports[3], HasSubstr(R"("recorder_failure":"log_unavailable","os_error":0})"));
-    EXPECT_EQ(world.errors.debugger_texts()[0], reports[0] + "\n") << row.name;
-    EXPECT_EQ(world.LogText(), "") << row.name;
+    EXPECT_EQ(world.LogText(), "");
     EXPECT_EQ(*flutter::Find(recorder.Snapshot(), "activated_before_first_raster"),
-              flutter::EncodableValue(true))
-        << row.name;
+              flutter::EncodableValue(true));
   }
-}
-
-TEST(LogFile, FolderThatIsNoTextIsAFailedFolder) {
-  RecorderWorld world;
-  world.process.local_data = world.process.local_data + L"/" + std::wstring(1, L'\xD800');
-  world.files.failures.Set("CreateDirectories", 123);  // where the library takes such a name
-  const StartupRecorder recorder;
-  EXPECT_THAT(world.errors.lines().at(0), HasSubstr("\"log_directory_failed\""));
 }
 
 TEST(LogFile, EachFailureOfAWriteIsReportedOnceAndTheMutexIsLetGo) {
   struct Row {
+    const char* operation;
     const char* name;
-    std::uint32_t code;
-    std::function<void(RecorderWorld&)> arrange;
     bool written;
     bool emptied;  // the full log made room for the line
-    int releases;
-  };
-  const auto file_step = [](const char* operation, std::uint32_t error) {
-    return [=](RecorderWorld& world) { world.files.failures.Set(operation, error); };
-  };
-  const auto wait = [](std::uint32_t result) {
-    return [=](RecorderWorld& world) { world.kernel_objects.wait_result = result; };
+    bool lets_go;
   };
   const Row rows[] = {
-      {"log_mutex_timeout", 0, wait(platform::kWaitTimeout), false, false, 0},
-      {"log_mutex_wait_failed", 6,
-       [](RecorderWorld& world) { world.kernel_objects.failures.Set("Wait", 6); }, false, false, 0},
-      {"log_mutex_wait_failed", 0, wait(0xC0), false, false, 0},
-      {"log_mutex_abandoned", 0, wait(platform::kWaitAbandoned), true, true, 1},
-      {"log_size_failed", 1, file_step("Size", 1), true, false, 1},
-      {"log_rotation_copy_failed", 32, file_step("Copy", 32), true, true, 1},
-      {"log_rotation_seek_failed", 131, file_step("SeekToStart", 131), true, false, 1},
-      {"log_rotation_truncate_failed", 1224, file_step("TruncateHere", 1224), true, false, 1},
-      {"log_write_failed", 112, file_step("Write", 112), false, true, 1},
-      {"log_mutex_release_failed", 288,
-       [](RecorderWorld& world) { world.kernel_objects.failures.Set("ReleaseMutex", 288); }, true,
-       true, 1},
+      {"KernelObjects.Wait", "log_mutex_wait_failed", false, false, true},
+      {"Files.Size", "log_size_failed", true, false, true},
+      {"Files.Copy", "log_rotation_copy_failed", true, true, true},
+      {"Files.SeekToStart", "log_rotation_seek_failed", true, false, true},
+      {"Files.TruncateHere", "log_rotation_truncate_failed", true, false, true},
+      {"Files.Write", "log_write_failed", false, true, true},
+      {"KernelObjects.ReleaseMutex", "log_mutex_release_failed", true, true, false},
   };
   for (const Row& row : rows) {
     RecorderWorld world;
     StartupRecorder recorder;
     world.FillLog(kLargestLog);
-    const std::string full = world.LogText();
-    const int releases = world.kernel_objects.releases();
-    row.arrange(world);
+    world.failing = row.operation;
 
-    recorder.Event("mutex");
+    recorder.Event("show_window");
 
-    EXPECT_THAT(world.errors.lines(), ElementsAre(Report("mutex", row.name, row.code)));
-    EXPECT_THAT(world.errors.debugger_texts(),
-                ElementsAre(Report("mutex", row.name, row.code) + "\n"));
+    EXPECT_THAT(world.errors.lines(), ElementsAre(Report("show_window", row.name, 5)));
     const std::string text = world.LogText();
-    EXPECT_EQ(text.find(R"("stage":"mutex"})") != std::string::npos, row.written) << row.name;
-    EXPECT_EQ(text.find(full) == std::string::npos, row.emptied) << row.name;
-    EXPECT_EQ(world.kernel_objects.releases() - releases, row.releases) << row.name;
+    EXPECT_EQ(text.find(Line("show_window")) != std::string::npos, row.written) << row.name;
+    EXPECT_EQ(text.size() < kLargestLog, row.emptied) << row.name;
+
+    // Another thread gets the mutex, or times out.
+    world.failing = "";
+    world.kernel_objects.bounded = !row.lets_go;
+    std::thread([&recorder] { recorder.Event("another_thread"); }).join();
+    EXPECT_EQ(world.errors.HasText("log_mutex_timeout\",\"os_error\":0}"), !row.lets_go)
+        << row.name;
+    EXPECT_EQ(world.LogText().find("another_thread") != std::string::npos, row.lets_go) << row.name;
   }
 }
 
-TEST(LogFile, ShortWriteSaysHowManyBytesWentOut) {
-  RecorderWorld world;
-  StartupRecorder recorder;
-  const std::string before = world.LogText();
-  world.files.short_write = 7;
-
-  recorder.Event("mutex");
-
-  EXPECT_EQ(world.LogText(), before + R"({"ms":0)");
-  EXPECT_THAT(world.errors.lines(), ElementsAre(Report("mutex", "log_short_write", 7)));
-}
-
 TEST(LogFile, AFailedRotationIsTheLastOneOfItsProcess) {
-  for (const char* step : {"SeekToStart", "TruncateHere"}) {
+  for (const char* step : {"Files.SeekToStart", "Files.TruncateHere"}) {
     RecorderWorld world;
     StartupRecorder recorder;
     world.FillLog(kLargestLog);
-    world.files.failures.Set(step, 1);
+    world.failing = step;
     recorder.Event("first");
-    world.files.failures.Clear();
-
+    world.failing = "";
     recorder.Event("second");
-
-    EXPECT_EQ(world.errors.lines().size(), 1u) << "no second report after " << step;
+    EXPECT_EQ(world.errors.lines().size(), 1u) << step;
     EXPECT_GT(world.LogText().size(), kLargestLog) << "the log goes on growing";
-    StartupRecorder another;
+    const StartupRecorder another;
     EXPECT_LT(world.LogText().size(), kLargestLog) << "another recorder rotates as ever";
   }
 }
 
 TEST(LogFile, ALineThatJustFitsIsAppendedAndOneByteMoreRotates) {
-  constexpr std::size_t kLine = 300;
-  for (const std::size_t too_much : {0u, 1u}) {
-    RecorderWorld world;
-    StartupRecorder recorder;
-    world.FillLog(kLargestLog - kLine + too_much);
-    const std::string before = world.LogText();
-
-    WriteLineOf(recorder, kLine);
-
-    const std::string text = world.LogText();
-    if (too_much == 0) {
-      EXPECT_EQ(text.size(), kLargestLog);
-      EXPECT_EQ(text.substr(0, before.size()), before);
-      EXPECT_EQ(test::ReadBytes(world.RotatedPath()), std::nullopt);
-    } else {
-      EXPECT_EQ(text.size(), kLine);
-      EXPECT_EQ(test::ReadBytes(world.RotatedPath()), before);
-    }
-    EXPECT_THAT(world.errors.lines(), IsEmpty());
-  }
-}
-
-TEST(LogFile, RotationReplacesTheRotatedLogAndOpensNothingAnew) {
   RecorderWorld world;
   StartupRecorder recorder;
   StartupRecorder other_process;  // its handle lives through the rotation
   test::WriteBytes(world.RotatedPath(), std::string(400000, 'o'));
-  world.FillLog(kLargestLog);
+  world.FillLog(kLargestLog - 300);
+  WriteLineOf(recorder, 300);
+  EXPECT_EQ(world.LogText().size(), kLargestLog);
+  EXPECT_EQ(test::ReadBytes(world.RotatedPath())->size(), 400000u);
 
-  recorder.Event("rotates");
+  world.FillLog(kLargestLog - 300 + 1);
+  const std::string before = world.LogText();
+  WriteLineOf(recorder, 300);
+  EXPECT_EQ(world.LogText().size(), 300u);
+  EXPECT_EQ(test::ReadBytes(world.RotatedPath()), before);
+
   other_process.Event("appends");
-
-  EXPECT_EQ(test::ReadBytes(world.RotatedPath())->size(), kLargestLog);
-  EXPECT_THAT(world.Stages(), ElementsAre("rotates", "appends"));
+  EXPECT_THAT(world.Stages(), ElementsAre("e", "appends"));
 }
 
 TEST(LogFile, TheLargestLineIsWrittenAndOneByteMoreIsNot) {
@@ -220,41 +156,49 @@ TEST(LogFile, TheLargestLineIsWrittenAndOneByteMoreIsNot) {
 
   WriteLineOf(recorder, kLargestLine + 1);
   EXPECT_EQ(world.LogText(), before);
+  const std::string failure = R"(,"recorder_failure":"log_line_too_large","os_error":0)";
   const auto reports = world.errors.lines();
   ASSERT_EQ(reports.size(), 1u);
-  const std::string failure = R"(,"recorder_failure":"log_line_too_large","os_error":0)";
   EXPECT_THAT(reports[0], HasSubstr(failure));
   EXPECT_EQ(reports[0].size() + 1, kLargestLine + 1 + failure.size()) << "the whole line is told";
 
   WriteLineOf(recorder, kLargestLine);
   EXPECT_EQ(world.LogText().size(), kLargestLine);
   EXPECT_EQ(test::ReadBytes(world.RotatedPath()), before) << "a log that isn't empty rotates first";
-  EXPECT_EQ(world.errors.lines().size(), 1u);
 }
 
-TEST(LogFile, ClosingReportsEachHandleThatFails) {
+TEST(LogFile, ShortWriteSaysHowManyBytesWentOut) {
+  struct FullDisk : test::MemoryFiles {
+    platform::Result<std::size_t> Write(platform::File& file, std::string_view bytes) override {
+      return MemoryFiles::Write(file, bytes.substr(0, 7));
+    }
+  };
   RecorderWorld world;
-  {
-    const StartupRecorder recorder;
-    world.files.failures.Set("CloseFile", 6);
-    world.kernel_objects.failures.Set("CloseMutex", 7);
-    EXPECT_THAT(world.errors.lines(), IsEmpty());
-  }
-  EXPECT_THAT(world.errors.lines(),
-              ElementsAre(Report("recorder_close", "log_close_failed", 6),
-                          Report("recorder_close", "log_mutex_close_failed", 7)));
-  EXPECT_THAT(world.Stages(), ElementsAre("process_start"))
-      << "recorder_init and recorder_close never reach the file";
-}
-
-TEST(LogFile, ALineAfterTheEndIsReportedAndHarmless) {
-  RecorderWorld world;
+  FullDisk files;
+  platform::Os os = platform::os();
+  os.files = &files;
+  const platform::ScopedOs scope(os);
   StartupRecorder recorder;
-  recorder.Close();
-  recorder.Close();
-  recorder.Event("late");
-  EXPECT_THAT(world.errors.lines(), ElementsAre(Report("late", "log_unavailable", 0)));
-  EXPECT_THAT(world.Stages(), ElementsAre("process_start"));
+  world.errors.Clear();
+  recorder.Event("show_window");
+  EXPECT_THAT(world.errors.lines(), ElementsAre(Report("show_window", "log_short_write", 7)));
+}
+
+TEST(LogFile, ClosingReportsWhatFailsAndLeavesALaterLineHarmless) {
+  for (const auto& [operation, name] :
+       {std::pair("Files.Close", "log_close_failed"),
+        std::pair("KernelObjects.Close", "log_mutex_close_failed")}) {
+    RecorderWorld world;
+    StartupRecorder recorder;
+    world.failing = operation;
+    recorder.Close();
+    recorder.Close();
+    recorder.Event("late");
+    EXPECT_THAT(world.errors.lines(), ElementsAre(Report("recorder_close", name, 5),
+                                                  Report("late", "log_unavailable", 0)));
+    EXPECT_THAT(world.Stages(), ElementsAre("process_start"))
+        << "recorder_init and recorder_close never reach the file";
+  }
 }
 
 TEST(LogFileDeathTest, TheOneRecorderClosesItsLogAtExit) {
@@ -262,24 +206,29 @@ TEST(LogFileDeathTest, TheOneRecorderClosesItsLogAtExit) {
       {
         // Made first, so that it is there until everything else at exit has run.
         static RecorderWorld world;
-        world.files.failures.Set("CloseFile", 6);
         std::atexit([] {
           for (const std::string& line : world.errors.lines()) {
             std::fprintf(stderr, "%s\n", line.c_str());
           }
         });
-        StartupRecorder::instance().Event("mutex");
+        StartupRecorder::instance().Event("show_window");
+        world.failing = "Files.Close";
         std::exit(0);
       },
-      ::testing::ExitedWithCode(0), "recorder_close.*log_close_failed.*6");
+      ::testing::ExitedWithCode(0), "recorder_close.*log_close_failed.*5");
 }
 
 TEST(LogFile, SlowWritesDontStallTheSnapshot) {
-  RecorderWorld world;
+  const RecorderWorld world;
   StartupRecorder recorder;
   std::size_t keys_during_write = 0;
-  world.files.before_write = [&] { keys_during_write = recorder.Snapshot().size(); };
-  recorder.Event("mutex");  // would stand still here if the lock were held
+  test::CountingOs stopping(
+      platform::os(),
+      test::StopAt(
+          1, [&] { keys_during_write = recorder.Snapshot().size(); },
+          [](const test::Operation& operation) { return operation.name == "Files.Write"; }));
+  const platform::ScopedOs scope(stopping.os());
+  recorder.Event("show_window");  // would stand still here if the lock were held
   EXPECT_EQ(keys_during_write, recorder.Snapshot().size());
 }
 

@@ -1,122 +1,135 @@
-// recorder_world.h: a recorder's surroundings for one test: a folder and a mutex of its own, a
-// clock that moves when told, an error stream that keeps its lines, and failures where a test wants
-// them.
+// recorder_world.h: a recorder's surroundings for one test: a log folder and a log mutex of its
+// own, a clock that moves when told, an error stream that keeps its lines, and a failure where
+// wanted.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include "platform/os.h"
-#include "recorder/failing_os.h"
-#include "support/fake_clock.h"
-#include "support/recording_error_stream.h"
+#include "support/counting_os.h"
+#include "support/fake_machine.h"
 #include "support/temporary_folder.h"
 
 namespace korvane::test {
 
-// The real process, but for the folder of its data.
-class HousedProcess : public platform::Process {
+// The run's id in all lines here.
+inline constexpr char kRunId[] = "{0123ABCD-00EF-4001-800A-0102030405FF}";
+
+// The real objects, with the mutex named after its folder, so that tests don't meet in it, and
+// without a bound on the wait, so that none depends on how fast the machine is.
+class OwnLogMutex : public platform::KernelObjects {
  public:
-  std::wstring local_data;
-  std::optional<platform::ErrorCode> local_data_error;
+  std::wstring suffix;
+  bool bounded = false;
+  std::vector<std::wstring> names;
 
-  platform::Result<std::wstring> LocalApplicationData() override;
+  platform::CreatedMutex CreateNamedMutex(const std::wstring& name, bool initially_owned) override {
+    names.push_back(name);
+    return real_.CreateNamedMutex(name + suffix, initially_owned);
+  }
+  platform::WaitOutcome Wait(const platform::KernelHandle& object, std::uint32_t ms) override {
+    EXPECT_EQ(ms, 100u);
+    return real_.Wait(object, bounded ? ms : platform::kWaitForever);
+  }
+  platform::Status ReleaseMutex(const platform::KernelHandle& mutex) override {
+    return real_.ReleaseMutex(mutex);
+  }
+  platform::Status Close(platform::KernelHandle& handle) override { return real_.Close(handle); }
 
-  std::uint32_t Id() override { return real_.Id(); }
-  platform::Result<platform::ExecutablePath> Executable() override { return real_.Executable(); }
-  std::optional<std::string> EnvironmentVariable(const char* name) override {
-    return real_.EnvironmentVariable(name);
+  platform::Result<platform::KernelHandle> CreateNamedEvent(const std::wstring& name) override {
+    return real_.CreateNamedEvent(name);
   }
-  std::optional<std::vector<std::wstring>> ArgumentVector() override {
-    return real_.ArgumentVector();
+  platform::Result<platform::KernelHandle> OpenNamedEvent(const std::wstring& name) override {
+    return real_.OpenNamedEvent(name);
   }
-  [[noreturn]] void Exit(std::uint32_t) override { std::abort(); }
-  std::int32_t EnterApartment(std::uint32_t flags) override { return real_.EnterApartment(flags); }
-  void LeaveApartment() override { real_.LeaveApartment(); }
-  void SetAppUserModelId(const wchar_t* id) override { real_.SetAppUserModelId(id); }
-  bool AttachParentConsole() override { return real_.AttachParentConsole(); }
-  bool DebuggerPresent() override { return real_.DebuggerPresent(); }
-  bool OpenConsole() override { return real_.OpenConsole(); }
+  platform::Status SetEvent(const platform::KernelHandle& event) override {
+    return real_.SetEvent(event);
+  }
+  platform::WaitOutcome WaitAny(const std::vector<const platform::KernelHandle*>& objects,
+                                std::uint32_t ms) override {
+    return real_.WaitAny(objects, ms);
+  }
 
  private:
-  platform::Process& real_ = *platform::RealOs().process;
+  platform::KernelObjects& real_ = *platform::RealOs().kernel_objects;
 };
 
-class FixedIdentifiers : public platform::Identifiers {
+class HousedProcess : public FakeProcess {
  public:
-  std::optional<platform::ErrorCode> guid_error;
-  bool format_fails = false;
-
-  platform::Result<platform::Guid> CreateGuid() override;
-  std::string FormatGuid(const platform::Guid& guid) override;
-  std::uint64_t PerformanceCounter() override { return 0; }
+  using FakeProcess::FakeProcess;
+  std::wstring local_data;
+  std::uint32_t Id() override { return platform::RealOs().process->Id(); }
+  platform::Result<std::wstring> LocalApplicationData() override { return local_data; }
 };
-inline constexpr char kFixedGuid[] = "{9F2C5B1E-0A4D-4C3B-8E77-1D2F3A4B5C6D}";
 
-class FixedAppearance : public platform::Appearance {
+class TunableAppearance : public FakeAppearance {
  public:
+  using FakeAppearance::FakeAppearance;
   bool module_there = true;
   bool function_there = true;
   std::uint32_t density = 144;
-  std::vector<std::string> asked;  // the functions that were looked up
+  std::string asked;  // the function that was looked up last
 
   platform::UserModule FindUserModule() override { return module_there ? this : nullptr; }
-  platform::DensityFunction FindDensityFunction(platform::UserModule module,
-                                                const char* name) override;
-  std::uint32_t WindowDensity(platform::DensityFunction function,
-                              platform::WindowHandle window) override;
-  std::uint32_t SystemDensity(platform::DensityFunction function) override;
-
-  bool LoadThemeLibrary() override { return false; }
-  platform::ThemeFunction FindThemeFunction(std::uint16_t) override { return nullptr; }
-  void CallTheme(platform::ThemeFunction) override {}
-  void CallTheme(platform::ThemeFunction, std::int32_t) override {}
-  std::optional<std::uint32_t> SystemBuild() override { return std::nullopt; }
-  std::int32_t SetDarkTitleBar(platform::WindowHandle, bool) override { return 0; }
-  void EnableNonClientDpiScaling(platform::WindowHandle) override {}
+  platform::DensityFunction FindDensityFunction(platform::UserModule, const char* name) override {
+    asked = name;
+    return function_there ? this : nullptr;
+  }
+  std::uint32_t WindowDensity(platform::DensityFunction, platform::WindowHandle) override {
+    return asked == "GetDpiForWindow" ? density : 1;
+  }
+  std::uint32_t SystemDensity(platform::DensityFunction) override {
+    return asked == "GetDpiForSystem" ? density : 1;
+  }
 };
 
 class RecorderWorld {
- public:
-  // The data of all processes with one folder lie together; without one, in a folder of its own.
-  explicit RecorderWorld(std::optional<std::filesystem::path> shared_folder = std::nullopt);
-
-  FakeClock clock;
-  RecordingErrorStream errors;
-  FailingFiles files;
-  HousedProcess process;
-  FixedIdentifiers identifiers;
-  FixedAppearance appearance;
-
  private:
+  CallJournal journal_;
   TemporaryFolder own_folder_;
   std::filesystem::path folder_;
 
  public:
-  FailingKernelObjects kernel_objects;
+  // In a folder that other processes share, or in one of its own. Operations that fail do so with
+  // this error.
+  explicit RecorderWorld(std::optional<std::filesystem::path> shared_folder = std::nullopt,
+                         platform::ErrorCode error = 5);
+
+  FakeClock clock;
+  RecordingErrorStream errors;
+  FakeIdentifiers identifiers;
+  OwnLogMutex kernel_objects;
+  HousedProcess process{journal_};
+  TunableAppearance appearance{journal_};
+  // The operation that fails from now on, as "Files.Write"; empty for none.
+  std::string failing;
+
+  // The calls of file operations so far, without the subject's name.
+  std::vector<std::string> FileCalls() const;
 
   std::filesystem::path LogPath() const;
   std::filesystem::path RotatedPath() const;
-  // The log's bytes; empty when there is no file.
-  std::string LogText() const;
-  // Its lines, each parsed. A line that isn't JSON, or a cut last one, fails the test.
-  std::vector<nlohmann::json> Lines() const;
+  std::string LogText() const { return ReadBytes(LogPath()).value_or(""); }
+  // The log is this long, and holds no line.
+  void FillLog(std::size_t bytes) const;
+  std::vector<nlohmann::json> Lines() const { return ParseLines(LogText()); }
   nlohmann::json LastLine() const;
   std::vector<std::string> Stages() const;
-  // The log holds this and nothing else.
-  void FillLog(std::size_t bytes) const;
+
+  // A line that isn't JSON, or a cut last one, fails the test.
+  static std::vector<nlohmann::json> ParseLines(const std::string& text);
 
  private:
+  CountingOs counting_;
   platform::ScopedOs scope_;
 };
-
-// The lines of a text, each parsed, as RecorderWorld::Lines.
-std::vector<nlohmann::json> ParseLines(const std::string& text);
 
 }  // namespace korvane::test

@@ -1,5 +1,6 @@
 #include "recorder/session_facts.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "recorder/fake_adapter.h"
@@ -20,14 +21,21 @@ using test::fake_flutter::SetGraphicsAdapter;
 int window_place = 0;
 const platform::WindowHandle kAnyWindow = &window_place;
 
-template <typename T>
-T FactOf(const SessionFacts& sampled, const char* name) {
-  const T* fact = flutter::FindIf<T>(sampled.facts, name);
-  EXPECT_NE(fact, nullptr) << name;
-  return fact != nullptr ? *fact : T{};
+void ExpectFailure(const SessionFacts& sampled, const std::string& stage,
+                   const EncodableMap& fields, const char* sentence) {
+  ASSERT_EQ(sampled.failures.size(), stage.empty() ? 0u : 1u) << sentence;
+  if (!stage.empty()) {
+    EXPECT_EQ(sampled.failures[0].stage, stage) << sentence;
+    EXPECT_EQ(sampled.failures[0].fields, fields) << sentence;
+  }
 }
 
 TEST(SessionFacts, AdapterIsNamedOrSaysWhyNotAndIsAlwaysReleased) {
+  constexpr char kUnavailable[] = "graphics_adapter_unavailable";
+  constexpr char kNotDescribed[] = "adapter_description_failed";
+  constexpr char kNotEncoded[] = "adapter_description_encoding_failed";
+  constexpr auto kRemoved = static_cast<std::int32_t>(0x887A0005);
+  const std::u16string full(128, u'x');
   struct Row {
     const char* sentence;
     bool found;
@@ -35,103 +43,23 @@ TEST(SessionFacts, AdapterIsNamedOrSaysWhyNotAndIsAlwaysReleased) {
     std::u16string description;
     std::int32_t hresult;
     std::string text;
-    const char* stage;  // of the failure's event, if there is one
-    EncodableMap fields;
+    bool fails;
   };
-  const std::u16string full(128, u'x');
   const Row rows[] = {
-      {"an adapter's name is the text",
-       true,
-       true,
-       u"Fake Adapter",
-       0,
-       "Fake Adapter",
-       nullptr,
-       {}},
-      {"an adapter without a name is named by nothing", true, true, u"", 0, "", nullptr, {}},
-      {"a success other than 0 is a success", true, true, u"A", 1, "A", nullptr, {}},
-      {"128 units need no terminator", true, true, full, 0, std::string(128, 'x'), nullptr, {}},
-      {"two, three and four bytes",
-       true,
-       true,
-       u"\u00E4\u20AC\U0001F4A9",
-       0,
-       "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x92\xA9",
-       nullptr,
-       {}},
-      {"the edges of the surrogates",
-       true,
-       true,
-       u"\uD7FF\uE000\U00010000\U0010FFFF",
-       0,
-       "\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
-       nullptr,
-       {}},
-      {"no adapter in spite of a yes",
-       true,
-       false,
-       u"",
-       0,
-       "graphics_adapter_unavailable",
-       "graphics_adapter_unavailable",
-       {}},
-      {"no",
-       false,
-       false,
-       u"",
-       0,
-       "graphics_adapter_unavailable",
-       "graphics_adapter_unavailable",
-       {}},
-      {"an adapter in spite of a no",
-       false,
-       true,
-       u"A",
-       0,
-       "graphics_adapter_unavailable",
-       "graphics_adapter_unavailable",
-       {}},
-      {"no description, and the HRESULT is signed",
-       true,
-       true,
-       u"A",
-       static_cast<std::int32_t>(0x887A0005),
-       "adapter_description_failed",
-       "adapter_description_failed",
-       {{"hresult", std::int64_t{-2005270523}}}},
-      {"a high surrogate at the end",
-       true,
-       true,
-       u"A\xD83D",
-       0,
-       "adapter_description_encoding_failed",
-       "adapter_description_encoding_failed",
-       {}},
-      {"a high surrogate cut by the end of the record",
-       true,
-       true,
-       full.substr(0, 127) + u"\xD83D",
-       0,
-       "adapter_description_encoding_failed",
-       "adapter_description_encoding_failed",
-       {}},
-      {"a low surrogate alone",
-       true,
-       true,
-       u"\xDCA9"
-       u"A",
-       0,
-       "adapter_description_encoding_failed",
-       "adapter_description_encoding_failed",
-       {}},
-      {"two high surrogates",
-       true,
-       true,
-       u"\xD83D\xD83D\xDCA9",
-       0,
-       "adapter_description_encoding_failed",
-       "adapter_description_encoding_failed",
-       {}},
+      {"a name, and a success other than 0", true, true, u"A", 1, "A", false},
+      {"no name is a name", true, true, u"", 0, "", false},
+      {"128 units need no terminator", true, true, full, 0, std::string(128, 'x'), false},
+      {"two, three and four bytes", true, true, u"\u00E4\u20AC\U0001F4A9", 0,
+       "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x92\xA9", false},
+      {"what borders on the surrogates", true, true, u"\uD7FF\uE000\U00010000\U0010FFFF", 0,
+       "\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", false},
+      {"no adapter in spite of a yes", true, false, u"", 0, kUnavailable, true},
+      {"an adapter in spite of a no", false, true, u"A", 0, kUnavailable, true},
+      {"no description", true, true, u"A", kRemoved, kNotDescribed, true},
+      {"a high surrogate cut by the end of the record", true, true, full.substr(1) + u'\xD83D', 0,
+       kNotEncoded, true},
+      {"a low surrogate alone", true, true, {u'\xDCA9', u'A'}, 0, kNotEncoded, true},
+      {"two high surrogates", true, true, {u'\xD83D', u'\xD83D', u'\xDCA9'}, 0, kNotEncoded, true},
   };
   const RecorderWorld world;
   for (const Row& row : rows) {
@@ -142,111 +70,84 @@ TEST(SessionFacts, AdapterIsNamedOrSaysWhyNotAndIsAlwaysReleased) {
 
     const SessionFacts sampled = SampleSessionFacts(kAnyWindow, engine(), 2);
 
-    EXPECT_EQ(FactOf<std::string>(sampled, "gpu_adapter"), row.text) << row.sentence;
+    EXPECT_EQ(*flutter::Find(sampled.facts, "gpu_adapter"), EncodableValue(row.text))
+        << row.sentence;
     EXPECT_EQ(adapter.references, row.given ? 0 : 1) << row.sentence;
-    ASSERT_EQ(sampled.failures.size(), row.stage != nullptr ? 1u : 0u) << row.sentence;
-    if (row.stage != nullptr) {
-      EXPECT_EQ(sampled.failures[0].stage, row.stage) << row.sentence;
-      EXPECT_EQ(sampled.failures[0].fields, row.fields) << row.sentence;
-    }
+    ExpectFailure(sampled, row.fails ? row.text : "",
+                  row.text == kNotDescribed ? EncodableMap{{"hresult", std::int64_t{kRemoved}}}
+                                            : EncodableMap{},
+                  row.sentence);
   }
 }
 
 TEST(SessionFacts, DensityIsOfTheWindowOrOfTheSystem) {
   struct Row {
     const char* sentence;
-    bool window;
+    platform::WindowHandle window;
     bool module;
     bool function;
     std::uint32_t density;
     std::int64_t dpi;
-    std::string source;
+    const char* source;
     const char* stage;
   };
   const Row rows[] = {
-      {"a window's", true, true, true, 144, 144, "window", nullptr},
-      {"the system's", false, true, true, 96, 96, "system", nullptr},
-      {"a window's that is 0 keeps its source", true, true, true, 0, 0, "window",
-       "dpi_query_failed"},
-      {"the system's that is 0 keeps its source", false, true, true, 0, 0, "system",
-       "dpi_query_failed"},
-      {"no function", true, true, false, 144, 0, "unavailable", "dpi_api_unavailable"},
-      {"no module", false, false, true, 144, 0, "unavailable", "dpi_module_unavailable"},
+      {"a window's", kAnyWindow, true, true, 144, 144, "window", ""},
+      {"the system's", nullptr, true, true, 120, 120, "system", ""},
+      {"0 keeps its source", kAnyWindow, true, true, 0, 0, "window", "dpi_query_failed"},
+      {"so does the system's", nullptr, true, true, 0, 0, "system", "dpi_query_failed"},
+      {"no function", kAnyWindow, true, false, 144, 0, "unavailable", "dpi_api_unavailable"},
+      {"no module", nullptr, false, true, 144, 0, "unavailable", "dpi_module_unavailable"},
   };
   for (const Row& row : rows) {
     RecorderWorld world;
     world.appearance.module_there = row.module;
     world.appearance.function_there = row.function;
     world.appearance.density = row.density;
-    const std::string api = row.window ? "GetDpiForWindow" : "GetDpiForSystem";
 
-    const SessionFacts sampled = SampleSessionFacts(row.window ? kAnyWindow : nullptr, nullptr, 2);
+    const SessionFacts sampled = SampleSessionFacts(row.window, nullptr, 2);
 
-    EXPECT_EQ(FactOf<std::int64_t>(sampled, "dpi"), row.dpi) << row.sentence;
-    EXPECT_EQ(FactOf<std::string>(sampled, "dpi_source"), row.source) << row.sentence;
-    EXPECT_EQ(world.appearance.asked,
-              row.module ? std::vector<std::string>{api} : std::vector<std::string>{})
+    EXPECT_EQ(*flutter::Find(sampled.facts, "dpi"), EncodableValue(row.dpi)) << row.sentence;
+    EXPECT_EQ(*flutter::Find(sampled.facts, "dpi_source"), EncodableValue(row.source))
         << row.sentence;
-    ASSERT_EQ(sampled.failures.size(), row.stage != nullptr ? 1u : 0u) << row.sentence;
-    if (row.stage != nullptr) {
-      EXPECT_EQ(sampled.failures[0].stage, row.stage) << row.sentence;
-      EXPECT_EQ(sampled.failures[0].fields, (EncodableMap{{"api", api}})) << row.sentence;
-    }
+    const char* api = row.window != nullptr ? "GetDpiForWindow" : "GetDpiForSystem";
+    ExpectFailure(sampled, row.stage, {{"api", api}}, row.sentence);
   }
 }
 
 TEST(SessionFacts, RendererIsNamedByItsMode) {
-  EXPECT_EQ(RendererName(1), "impeller_enabled");
-  EXPECT_EQ(RendererName(2), "impeller_disabled");
-  for (const int mode : {0, 7, -1}) {
-    EXPECT_EQ(RendererName(mode), "impeller_default") << mode;
+  for (const auto& [mode, name] :
+       {std::pair(0, "impeller_default"), std::pair(1, "impeller_enabled"),
+        std::pair(2, "impeller_disabled"), std::pair(7, "impeller_default")}) {
+    EXPECT_EQ(RendererName(mode), name);
   }
 }
 
-TEST(SessionFacts, FailuresAreWrittenBeforeTheFactsThatTheyExplain) {
+TEST(SessionFacts, FailuresComeFirstAndTheSnapshotTakesTheFacts) {
   RecorderWorld world;
   world.appearance.density = 0;
   StartupRecorder recorder;
-  SetGraphicsAdapter(false, nullptr);
-
-  recorder.RecordSessionFacts(kAnyWindow, engine(), 2);
-
-  EXPECT_EQ(world.Stages(),
-            (std::vector<std::string>{"process_start", "graphics_adapter_unavailable",
-                                      "dpi_query_failed", "session_facts"}));
-  const nlohmann::json facts = world.LastLine();
-  EXPECT_EQ(facts.size(), 4u + 6u);
-  EXPECT_EQ(facts.at("gpu_adapter"), "graphics_adapter_unavailable");
-  EXPECT_EQ(facts.at("renderer"), "impeller_disabled");
-  EXPECT_EQ(facts.at("dpi"), 0);
-  EXPECT_EQ(facts.at("dpi_source"), "window");
-  EXPECT_EQ(facts.at("remote_session"), platform::os().windows->RemoteSession());
-  EXPECT_EQ(facts.at("display_count"), platform::os().windows->DisplayCount());
-}
-
-TEST(SessionFacts, LaterFactsReplaceEarlierOnesInTheSnapshot) {
-  RecorderWorld world;
-  StartupRecorder recorder;
-  EXPECT_EQ(recorder.Snapshot().count("dpi"), 0u);
-
-  world.appearance.density = 96;
+  EXPECT_EQ(flutter::Find(recorder.Snapshot(), "dpi"), nullptr);
   recorder.RecordSessionFacts(nullptr, nullptr, 0);
-  const EncodableMap at_launch = recorder.Snapshot();
-  EXPECT_EQ(*flutter::Find(at_launch, "gpu_adapter"), EncodableValue("engine_not_created"));
-  EXPECT_EQ(*flutter::Find(at_launch, "renderer"), EncodableValue("impeller_default"));
-  EXPECT_EQ(*flutter::Find(at_launch, "dpi_source"), EncodableValue("system"));
-  EXPECT_EQ(flutter::Find(at_launch, "display_count")->GetIf<std::int64_t>(), nullptr)
-      << "the number of displays is a 32-bit integer";
-
-  world.appearance.density = 144;
-  FakeAdapter adapter;
-  SetGraphicsAdapter(true, &adapter);
+  SetGraphicsAdapter(false, nullptr);
   recorder.RecordSessionFacts(kAnyWindow, engine(), 2);
-  const EncodableMap in_window = recorder.Snapshot();
-  EXPECT_EQ(in_window.size(), at_launch.size());
-  EXPECT_EQ(*flutter::Find(in_window, "gpu_adapter"), EncodableValue("Fake Adapter"));
-  EXPECT_EQ(*flutter::Find(in_window, "dpi"), EncodableValue(std::int64_t{144}));
-  EXPECT_EQ(*flutter::Find(in_window, "dpi_source"), EncodableValue("window"));
+
+  EXPECT_THAT(
+      world.Stages(),
+      ::testing::ElementsAre("process_start", "dpi_query_failed", "session_facts",
+                             "graphics_adapter_unavailable", "dpi_query_failed", "session_facts"));
+  EXPECT_EQ(world.Lines().at(2).at("gpu_adapter"), "engine_not_created");
+  const nlohmann::json line = world.LastLine();
+  EXPECT_EQ(line.size(), 4u + 6u);
+  EXPECT_EQ(line.at("gpu_adapter"), "graphics_adapter_unavailable");
+  EXPECT_EQ(line.at("renderer"), "impeller_disabled");
+  EXPECT_EQ(line.at("remote_session"), platform::os().windows->RemoteSession());
+
+  const EncodableMap snapshot = recorder.Snapshot();
+  EXPECT_EQ(*flutter::Find(snapshot, "dpi_source"), EncodableValue("window"));
+  EXPECT_EQ(*flutter::Find(snapshot, "display_count"),
+            EncodableValue(platform::os().windows->DisplayCount()));
+  EXPECT_EQ(snapshot.size(), 9u + 3u);
 }
 
 }  // namespace
