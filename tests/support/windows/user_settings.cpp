@@ -12,6 +12,8 @@ using platform::RegistryHive;
 
 namespace {
 
+constexpr DWORD kOff = 0;
+
 HKEY RootOf(RegistryHive hive) {
   return hive == RegistryHive::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
 }
@@ -56,6 +58,11 @@ class ScopedUserSettings::Side {
   Side() {
     machine_.Begin();
     user_.Begin();
+    // What every user has, and WinINet doesn't make.
+    Require(::RegSetKeyValueW(HKEY_CURRENT_USER,
+                              L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings",
+                              L"ProxyEnable", REG_DWORD, &kOff, sizeof(kOff)),
+            "RegSetKeyValueW");
   }
   ~Side() {
     for (const auto& [root, path] : denied_) {
