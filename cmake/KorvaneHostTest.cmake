@@ -19,6 +19,6 @@ function(korvane_host_test name)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
                          TEST_PREFIX "wine.${name}." TEST_LIST ${name}_WINE_TESTS
                          PROPERTIES TIMEOUT 300 LABELS wine-scenarios
-                         ENVIRONMENT "KORVANE_HOST=windows;KORVANE_HOST_BIN=${KORVANE_WINDOWS_BUILD}/bin")
+                         ENVIRONMENT KORVANE_HOST=windows)
   endif()
 endfunction()

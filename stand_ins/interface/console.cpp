@@ -1,6 +1,7 @@
 #include "interface/console.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <utility>
@@ -14,7 +15,6 @@
 namespace korvane::stand_in {
 namespace {
 
-constexpr std::chrono::milliseconds kEndOfInputWaitMs{30'000};
 constexpr int kRunOutCode = 3;
 constexpr std::uint32_t kWmClose = 0x0010;
 
@@ -22,6 +22,12 @@ Json Line(const char* name, Json value) {
   Json line;
   line[name] = std::move(value);
   return line;
+}
+
+std::chrono::milliseconds EndOfInputWait() {
+  const auto given = Environment("KORVANE_CONSOLE_END_MS");
+  return given ? std::chrono::milliseconds(std::strtoll(given->c_str(), nullptr, 10))
+               : kDefaultWaitMs;
 }
 
 // KORVANE_CONSOLE_FAIL: a line of the input's form, or words with commas.
@@ -82,6 +88,7 @@ Console& Console::Get() {
 Console::Console()
     : dart_(journal_),
       manual_frames_(Environment("KORVANE_CONSOLE_FRAMES") == "manual"),
+      end_of_input_wait_(EndOfInputWait()),
       failing_(FailuresFromEnvironment()) {}
 
 bool Console::Fails(const std::string& what) {
@@ -143,16 +150,17 @@ void Console::ReadLine(std::string_view text) {
   if (!parsed.line) return Complain(parsed.error);
   if (!LeavesFrameAlone(*parsed.line)) ReleaseFrames();
   std::visit([this](const auto& line) { Execute(line); }, *parsed.line);
+  last_was_wait_ = std::holds_alternative<WaitLine>(*parsed.line);
 }
 
 void Console::EndOfInput() {
   ReleaseFrames();
   if (!closing_) {
-    if (!dart_.WaitForReplies(kEndOfInputWaitMs)) RunOut(Line("replies", dart_.OpenCalls()));
+    if (!dart_.WaitForReplies(end_of_input_wait_)) RunOut(Line("replies", dart_.OpenCalls()));
     Execute(CloseLine{});
   }
   MutexLock lock(mutex_);
-  const auto deadline = std::chrono::steady_clock::now() + kEndOfInputWaitMs;
+  const auto deadline = std::chrono::steady_clock::now() + end_of_input_wait_;
   while (running_) {
     if (ended_.wait_until(mutex_, deadline) == std::cv_status::timeout && running_) {
       RunOut(Line("window", "destroyed"));
@@ -170,7 +178,7 @@ void Console::Execute(const WaitLine& line) {
   if (line.kind == WaitLine::Kind::kReply && !dart_.Knows(line.operand)) {
     return Complain("there was no call " + line.operand.dump());
   }
-  if (!journal_.Wait(line)) RunOut(line.what);
+  if (!journal_.Wait(line, last_was_wait_)) RunOut(line.what);
 }
 
 void Console::Execute(const FrameLine& /*line*/) {

@@ -17,7 +17,8 @@
 //
 // KORVANE_CONSOLE_FAIL names what fails, as {"fail":"view_controller"} or as words with commas:
 // engine, view_controller, view, graphics_adapter, adapter_description, adapter_encoding.
-// KORVANE_CONSOLE_DPI is the DPI of every monitor.
+// KORVANE_CONSOLE_DPI is the DPI of every monitor. KORVANE_CONSOLE_END_MS is how long the end of
+// the input waits for replies, and then for the window to go; 30 seconds when unset.
 //
 // Beside the lines that the reference names: {"console_error":".."} for a bad line,
 // {"violation":".."} when the host breaks a rule of the library's interface, {"malformed":"why",
@@ -28,6 +29,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
@@ -98,6 +100,7 @@ class Console {
   Journal journal_;
   DartSide dart_;
   const bool manual_frames_;
+  const std::chrono::milliseconds end_of_input_wait_;
 
   // Window thread only.
   FlutterDesktopEngine* engine_ = nullptr;
@@ -114,6 +117,7 @@ class Console {
 
   // Reader thread only.
   bool closing_ = false;
+  bool last_was_wait_ = false;
   // What messages point at. It stays, since nobody says when it was read last.
   std::list<std::wstring> texts_;
   std::list<std::array<std::int32_t, 4>> rectangles_;

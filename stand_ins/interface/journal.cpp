@@ -33,11 +33,11 @@ void Journal::ExpectReply(const Json& id) {
   replies_.erase(id.dump());
 }
 
-bool Journal::Wait(const WaitLine& wait) {
+bool Journal::Wait(const WaitLine& wait, bool in_a_row) {
   MutexLock lock(mutex_);
+  if (!in_a_row) row_begin_ = last_met_;
   const auto deadline = Clock::now() + wait.timeout;
-  const auto began = arrivals_.size();
-  bool met = false;
+  Met met;
   switch (wait.kind) {
     case Kind::kReply:
       met = WaitForReply(wait, deadline);
@@ -49,13 +49,13 @@ bool Journal::Wait(const WaitLine& wait) {
       met = WaitForArrival(wait, deadline);
       break;
   }
-  last_wait_began_ = began;
-  return met;
+  last_met_ = std::max(last_met_, met.value_or(0));
+  return met.has_value();
 }
 
 void Journal::Note(const Json& fields) {
   if (fields.contains("reply")) {
-    replies_.insert(fields["reply"].dump());
+    replies_.insert_or_assign(fields["reply"].dump(), arrivals_.size());
   } else if (fields.contains("method") && fields["method"].is_string()) {
     arrivals_.push_back({Kind::kMethod, fields["method"].get<std::string>(), false});
     if (fields["method"] == "onVPNStateChanged") NoteState(fields["args"], false);
@@ -80,40 +80,37 @@ void Journal::NoteState(const Json& word, bool event) {
   arrivals_.push_back({Kind::kState, text, event});
 }
 
-bool Journal::WaitForArrival(const WaitLine& wait, Clock::time_point deadline) {
-  auto& taken = wait.kind == Kind::kState    ? taken_state_
-                : wait.kind == Kind::kMethod ? taken_method_
-                                             : taken_window_;
+Journal::Met Journal::WaitForArrival(const WaitLine& wait, Clock::time_point deadline) {
   const auto wanted = wait.operand.get<std::string>();
-  auto next = std::max(taken, last_wait_began_);
-  for (;;) {
-    for (; next < arrivals_.size(); ++next) {
-      if (arrivals_[next].kind == wait.kind && arrivals_[next].what == wanted) {
-        taken = next + 1;
-        return true;
-      }
+  auto& taken = taken_[wait.kind];
+  for (auto next = std::max(taken, row_begin_);; ++next) {
+    while (next == arrivals_.size()) {
+      if (!WaitForChange(deadline)) return std::nullopt;
     }
-    if (!WaitForChange(deadline)) return false;
+    if (arrivals_[next].kind == wait.kind && arrivals_[next].what == wanted) {
+      taken = next + 1;
+      return taken;
+    }
   }
 }
 
-bool Journal::WaitForReply(const WaitLine& wait, Clock::time_point deadline) {
+Journal::Met Journal::WaitForReply(const WaitLine& wait, Clock::time_point deadline) {
   const auto id = wait.operand.dump();
   while (!replies_.contains(id)) {
-    if (!WaitForChange(deadline)) return false;
+    if (!WaitForChange(deadline)) return std::nullopt;
   }
-  return true;
+  return replies_[id];
 }
 
-bool Journal::WaitForQuiet(const WaitLine& wait, Clock::time_point deadline) {
+Journal::Met Journal::WaitForQuiet(const WaitLine& wait, Clock::time_point deadline) {
   const std::chrono::milliseconds quiet(wait.operand.get<std::int64_t>());
   const auto began = Clock::now();
   for (;;) {
     const auto quiet_at = std::max(began, last_line_) + quiet;
-    if (Clock::now() >= quiet_at) return true;
-    if (!WaitForChange(std::min(quiet_at, deadline)) && Clock::now() >= deadline) {
-      return Clock::now() >= std::max(began, last_line_) + quiet;
-    }
+    const auto now = Clock::now();
+    if (now >= quiet_at) return arrivals_.size();
+    if (now >= deadline) return std::nullopt;
+    (void)WaitForChange(std::min(quiet_at, deadline));
   }
 }
 
