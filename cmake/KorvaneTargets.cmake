@@ -23,6 +23,9 @@ function(korvane_library name)
   target_include_directories(korvane_${name} PUBLIC "${door}")
 
   target_link_libraries(korvane_${name} PRIVATE korvane_options)
+  # Debug builds optimise the program a little, since tests feed it megabytes, and the tests not at
+  # all, since they take long enough to compile.
+  target_compile_options(korvane_${name} PRIVATE $<$<CONFIG:Debug>:-O1>)
   foreach(room ${arg_DEPENDS})
     target_link_libraries(korvane_${name} PUBLIC korvane_${room})
   endforeach()

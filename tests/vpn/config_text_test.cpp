@@ -91,12 +91,13 @@ const std::regex& InterfaceNameExpression() {
 
 TEST(ConfigText, RewriteEqualsItsExpression) {
   const std::vector<std::string> pieces = {"\"interface_name\"",
+                                           "\"interface_name\":\"",
                                            "\"interface_name",
-                                           "interface_name\"",
                                            ":",
+                                           ": ",
                                            "\"",
-                                           " ",
-                                           "\t",
+                                           "\" ",
+                                           "\"\t",
                                            "\n",
                                            "\v",
                                            "tun0",

@@ -323,7 +323,8 @@ TEST_F(ConnectTest, StaleTunNameIsRetriedOnceUnderANewName) {
   EXPECT_EQ(LoadVpnConfigFile(), TunConfig()) << "the file keeps the text that was given";
   EXPECT_TRUE(errors.Has(
       "[WARNING] Detected stale TUN interface collision. Retrying with interface name: " + name));
-  EXPECT_THAT(journal.Take(), ElementsAre("crash output ''", "start 1", "close 1", "start 2"))
+  EXPECT_THAT(journal.Take(),
+              ElementsAre("crash output ''", "new", "start 1", "close 1", "new", "start 2"))
       << "and the proxy isn't touched";
 }
 

@@ -137,8 +137,12 @@ void FakeLibraries::RestartGuards(bool version_crashes, bool free_crashes) {
 }
 
 bool FakeLibraries::CallGuarded(void (*function)(void*), void* argument) {
+  const bool first = ++guarded_calls_ == 1;
+  if (first && version_crashes_) {
+    return false;
+  }
   function(argument);
-  return ++guarded_calls_ == 1 ? !version_crashes_ : !free_crashes_;
+  return first || !free_crashes_;
 }
 
 }  // namespace korvane::test
