@@ -1,0 +1,276 @@
+#include "platform/window_system.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/os.h"
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
+#include "support/test_window.h"
+
+namespace korvane::platform {
+namespace {
+
+using ::korvane::test::DispatchThrough;
+using ::korvane::test::ReceivedMessage;
+using ::korvane::test::TestWindow;
+using ::korvane::test::UniqueName;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::uint32_t kMessageA = kWmApp + 1;
+constexpr std::uint32_t kMessageB = kWmApp + 2;
+
+// Each case has a runtime folder of its own on Linux, so cases at one time don't meet.
+class WindowSystemTest : public testing::Test {
+ protected:
+  WindowSystem& windows() { return *os().windows; }
+
+ private:
+  test::TemporaryFolder runtime_;
+  test::ScopedEnvironment environment_{"XDG_RUNTIME_DIR", runtime_.path().string()};
+};
+
+TEST_F(WindowSystemTest, CreationReachesTheProcedureBeforeItReturns) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  const Result<WindowHandle> created = window.Create(L"title");
+  ASSERT_TRUE(created.ok()) << created.error();
+  EXPECT_EQ(window.handle(), created.value());
+  EXPECT_EQ(window.Received(kWmNcCreate).size(), 1U);
+  EXPECT_EQ(windows().UserData(created.value()), &window);
+  const Rectangle client = windows().ClientRectangle(created.value());
+  EXPECT_EQ(client.right - client.left, 300);
+  EXPECT_EQ(client.bottom - client.top, 200);
+  EXPECT_EQ(windows().OwnerProcess(created.value()), os().process->Id());
+}
+
+TEST_F(WindowSystemTest, RefusalOfItsCreationLeavesNoWindow) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  TestWindow window(name, [](const ReceivedMessage& message) -> std::optional<MessageResult> {
+    return message.number == kWmNcCreate ? std::optional<MessageResult>(0) : std::nullopt;
+  });
+  EXPECT_FALSE(window.Create(L"refused").ok());
+  EXPECT_EQ(windows().Find(name, L"refused"), nullptr);
+}
+
+TEST_F(WindowSystemTest, ClassGoesOnlyAfterItsLastWindow) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  EXPECT_EQ(windows().Create({.window_class = name, .title = L"no class"}).error(), 1407U)
+      << "before the class is there";
+  TestWindow window(name);
+  EXPECT_EQ(windows()
+                .RegisterWindowClass({.name = name,
+                                      .procedure = [](WindowHandle, std::uint32_t, MessageParameter,
+                                                      MessageData) -> MessageResult { return 0; }})
+                .error(),
+            1410U);
+  ASSERT_TRUE(window.Create(L"title").ok());
+  EXPECT_EQ(windows().UnregisterWindowClass(name).error(), 1412U);
+  ASSERT_TRUE(windows().Destroy(window.handle()).ok());
+  EXPECT_TRUE(windows().UnregisterWindowClass(name).ok());
+  EXPECT_EQ(windows().UnregisterWindowClass(name).error(), 1411U);
+}
+
+TEST_F(WindowSystemTest, PostsOfOtherThreadsArriveWholeAndInTheirOrder) {
+  constexpr std::size_t kThreads = 4;
+  constexpr std::uintptr_t kPosts = 500;
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  std::vector<std::thread> threads;
+  for (std::size_t thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread, target = window.handle()] {
+      for (std::uintptr_t i = 0; i < kPosts; ++i) {
+        const auto data = static_cast<MessageData>(0x7FFF000000000000 + thread);
+        EXPECT_TRUE(windows().Post(target, kMessageA, (i << 40) | i, data).ok());
+      }
+    });
+  }
+  for (std::size_t i = 0; i < kThreads * kPosts; ++i) {
+    ASSERT_TRUE(DispatchThrough(kMessageA));
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  std::vector<std::uintptr_t> next(kThreads, 0);
+  for (const ReceivedMessage& message : window.Received(kMessageA)) {
+    const auto thread = static_cast<std::size_t>(message.data & 0xFF);
+    ASSERT_EQ(message.data, static_cast<MessageData>(0x7FFF000000000000 + thread));
+    ASSERT_EQ(message.parameter, (next[thread] << 40) | next[thread]) << "thread " << thread;
+    ++next[thread];
+  }
+  EXPECT_EQ(next, std::vector<std::uintptr_t>(kThreads, kPosts));
+}
+
+TEST_F(WindowSystemTest, QuitComesBehindWhatIsQueued) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  ASSERT_TRUE(windows().Post(window.handle(), kMessageA, 0, 0).ok());
+  windows().PostQuit(7);
+  ASSERT_TRUE(windows().Post(window.handle(), kMessageB, 0, 0).ok());
+  std::vector<std::uint32_t> numbers;
+  Message message;
+  while (windows().Next(message) != 0) {
+    if (message.number >= kWmApp) {
+      numbers.push_back(message.number);
+    }
+  }
+  EXPECT_THAT(numbers, ElementsAre(kMessageA, kMessageB));
+  EXPECT_EQ(message.number, kWmQuit);
+  EXPECT_EQ(message.parameter, 7U);
+}
+
+TEST_F(WindowSystemTest, DefaultProcedureDestroysOnCloseAndPermitsTheSessionsEnd) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  const WindowHandle handle = window.handle();
+  EXPECT_EQ(windows().DefaultProcedure(handle, kWmQueryEndSession, 0, 0), 1);
+  EXPECT_EQ(windows().DefaultProcedure(handle, kMessageA, 0, 0), 0);
+  ASSERT_TRUE(windows().Post(handle, kWmClose, 0, 0).ok());
+  ASSERT_TRUE(DispatchThrough(kWmClose));
+  EXPECT_EQ(window.Received(kWmDestroy).size(), 1U);
+  EXPECT_EQ(windows().Destroy(handle).error(), 1400U);
+}
+
+TEST_F(WindowSystemTest, DestroyedWindowIsReachedByNothing) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  TestWindow dead(name);
+  TestWindow alive(name + L".alive");
+  ASSERT_TRUE(dead.Create(L"dead").ok());
+  ASSERT_TRUE(alive.Create(L"alive").ok());
+  const WindowHandle handle = dead.handle();
+  ASSERT_TRUE(windows().Post(handle, kMessageA, 0, 0).ok());
+  ASSERT_TRUE(windows().Post(alive.handle(), kMessageB, 0, 0).ok());
+  ASSERT_TRUE(windows().Destroy(handle).ok());
+  ASSERT_TRUE(DispatchThrough(kMessageB));
+  EXPECT_THAT(dead.Received(kMessageA), IsEmpty());
+  EXPECT_EQ(windows().Post(handle, kMessageA, 0, 0).error(), 1400U);
+  EXPECT_EQ(windows().OwnerProcess(handle), 0U);
+  EXPECT_EQ(windows().Find(name, L"dead"), nullptr);
+}
+
+TEST_F(WindowSystemTest, ChangeOfSizeIsToldAndAMoveIsNot) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  windows().Place(window.handle(), 5, 6, 400, 250);
+  windows().Move(window.handle(), {50, 60, 50 + 400, 60 + 250});
+  windows().Move(window.handle(), {50, 60, 50 + 1280, 60 + 800});
+  EXPECT_THAT(window.Received(kWmSize),
+              ElementsAre(ReceivedMessage{kWmSize, 0, (250 << 16) | 400},
+                          ReceivedMessage{kWmSize, 0, (800 << 16) | 1280}));
+  EXPECT_EQ(windows().ClientRectangle(window.handle()).right, 1280);
+  EXPECT_EQ(windows().ClientRectangle(window.handle()).bottom, 800);
+}
+
+TEST_F(WindowSystemTest, FirstShowTellsTheSizeAndActivates) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  windows().Show(window.handle(), kShowNormal);
+  EXPECT_THAT(window.Received(kWmSize),
+              ElementsAre(ReceivedMessage{kWmSize, 0, (200 << 16) | 300}));
+  ASSERT_EQ(window.Received(kWmActivate).size(), 1U);
+  EXPECT_EQ(window.Received(kWmActivate)[0].parameter & 0xFFFF, 1U);
+  EXPECT_TRUE(windows().SetForeground(window.handle()));
+  EXPECT_EQ(window.Received(kWmActivate).size(), 1U) << "it is the active one already";
+}
+
+TEST_F(WindowSystemTest, ChildGoesWithItsParent) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  TestWindow parent(name);
+  TestWindow child(name + L".child");
+  ASSERT_TRUE(parent.Create(L"parent").ok());
+  ASSERT_TRUE(child.Create(L"child").ok());
+  windows().SetParent(child.handle(), parent.handle());
+  ASSERT_TRUE(windows().Destroy(parent.handle()).ok());
+  EXPECT_EQ(child.Received(kWmDestroy).size(), 1U);
+  EXPECT_EQ(child.handle(), nullptr);
+}
+
+TEST_F(WindowSystemTest, ExceptionOfTheProcedureReachesTheDispatcher) {
+  TestWindow window(UniqueName(L"KorvaneTest"),
+                    [](const ReceivedMessage& message) -> std::optional<MessageResult> {
+                      if (message.number == kMessageA) {
+                        throw std::runtime_error("thrown by the procedure");
+                      }
+                      return std::nullopt;
+                    });
+  ASSERT_TRUE(window.Create(L"title").ok());
+  ASSERT_TRUE(windows().Post(window.handle(), kMessageA, 0, 0).ok());
+  EXPECT_THROW(DispatchThrough(kMessageA), std::runtime_error);
+  ASSERT_TRUE(windows().Post(window.handle(), kMessageB, 0, 0).ok());
+  EXPECT_TRUE(DispatchThrough(kMessageB)) << "the loop goes on";
+}
+
+TEST_F(WindowSystemTest, ThrowingProcedureStopsNoDestruction) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  TestWindow window(name, [](const ReceivedMessage& message) -> std::optional<MessageResult> {
+    if (message.number == kWmDestroy) {
+      throw std::runtime_error("thrown by the procedure");
+    }
+    return std::nullopt;
+  });
+  ASSERT_TRUE(window.Create(L"title").ok());
+  const WindowHandle handle = window.handle();
+  EXPECT_THROW(static_cast<void>(windows().Destroy(handle)), std::runtime_error);
+  EXPECT_EQ(windows().OwnerProcess(handle), 0U);
+}
+
+TEST_F(WindowSystemTest, PropertyIsThereUntilItIsRemoved) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  EXPECT_EQ(windows().WindowProperty(window.handle(), L"Korvane.Test"), 0U);
+  ASSERT_TRUE(windows().SetWindowProperty(window.handle(), L"Korvane.Test", 0x123456789A).ok());
+  EXPECT_EQ(windows().WindowProperty(window.handle(), L"Korvane.Test"), 0x123456789AU);
+  windows().RemoveWindowProperty(window.handle(), L"Korvane.Test");
+  EXPECT_EQ(windows().WindowProperty(window.handle(), L"Korvane.Test"), 0U);
+  const WindowHandle dead = window.handle();
+  ASSERT_TRUE(windows().Destroy(dead).ok());
+  EXPECT_EQ(windows().SetWindowProperty(dead, L"Korvane.Test", 1).error(), 1400U);
+}
+
+TEST_F(WindowSystemTest, ThreadTakesItsWindowsAlong) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  WindowHandle handle = nullptr;
+  std::thread thread([&] {
+    static_cast<void>(windows().RegisterWindowClass(
+        {.name = name,
+         .procedure = [](WindowHandle window, std::uint32_t number, MessageParameter parameter,
+                         MessageData data) -> MessageResult {
+           return os().windows->DefaultProcedure(window, number, parameter, data);
+         }}));
+    handle = windows().Create({.window_class = name, .title = L"left behind"}).value();
+    EXPECT_EQ(windows().Find(name, L"left behind"), handle);
+  });
+  thread.join();
+  EXPECT_EQ(windows().Find(name, L"left behind"), nullptr);
+  EXPECT_EQ(windows().OwnerProcess(handle), 0U);
+  EXPECT_TRUE(windows().UnregisterWindowClass(name).ok());
+}
+
+TEST_F(WindowSystemTest, WindowOfAnotherThreadIsNotDestroyed) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  std::thread([&] { EXPECT_EQ(windows().Destroy(window.handle()).error(), 5U); }).join();
+  EXPECT_THAT(window.Received(kWmDestroy), IsEmpty());
+}
+
+TEST_F(WindowSystemTest, SessionDisplayAndMonitorAreThere) {
+  TestWindow window(UniqueName(L"KorvaneTest"));
+  ASSERT_TRUE(window.Create(L"title").ok());
+  EXPECT_TRUE(windows().AllowMessage(window.handle(), kMessageA).ok());
+  EXPECT_TRUE(windows().RegisterSessionNotification(window.handle()).ok());
+  EXPECT_TRUE(windows().UnregisterSessionNotification(window.handle()).ok());
+  EXPECT_TRUE(windows().AllowForeground(os().process->Id()));
+  EXPECT_NE(windows().MonitorAt(10, 10), nullptr);
+  EXPECT_EQ(windows().DisplayCount(), 1);
+  EXPECT_FALSE(windows().RemoteSession());
+}
+
+}  // namespace
+}  // namespace korvane::platform
