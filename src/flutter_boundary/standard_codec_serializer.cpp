@@ -36,18 +36,23 @@ class ValueReader {
  public:
   explicit ValueReader(ByteStreamReader& stream) : stream_(stream) {}
 
-  // `enclosing`: how many lists and maps stand around the value.
+  // `enclosing`: how many lists and maps stand around the value. What doesn't nest is read in a
+  // frame of its own, so that the frames which repeat stay small.
   EncodableValue Read(int enclosing) {
     const auto type = stream_.ReadNumber<std::uint8_t>();
-    if (enclosing == StandardCodecSerializer::kMaximumNesting &&
-        (Type{type} == Type::kList || Type{type} == Type::kMap)) {
-      return Unknown(type);
+    if (enclosing < StandardCodecSerializer::kMaximumNesting) {
+      if (Type{type} == Type::kList) {
+        return ReadList(enclosing);
+      }
+      if (Type{type} == Type::kMap) {
+        return ReadMap(enclosing);
+      }
     }
-    return ReadValueOfType(type, enclosing);
+    return ReadFlatValue(type);
   }
 
  private:
-  EncodableValue ReadValueOfType(std::uint8_t type, int enclosing) {
+  [[gnu::noinline]] EncodableValue ReadFlatValue(std::uint8_t type) {
     switch (Type{type}) {
       case Type::kNull:
         return {};
@@ -76,9 +81,8 @@ class ValueReader {
       case Type::kFloatList:
         return ReadTypedList<float>();
       case Type::kList:
-        return ReadList(enclosing);
       case Type::kMap:
-        return ReadMap(enclosing);
+        break;  // too deep
     }
     return Unknown(type);
   }
@@ -90,7 +94,7 @@ class ValueReader {
     return {};
   }
 
-  std::size_t ReadSize() {
+  [[gnu::noinline]] std::size_t ReadSize() {
     const auto size = stream_.ReadNumber<std::uint8_t>();
     switch (size) {
       case kSizeIn16Bits:

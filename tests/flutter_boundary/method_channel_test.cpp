@@ -169,6 +169,7 @@ TEST_F(MethodChannelTest, AnswersOfManyThreadsRaceTheEndOfTheEngine) {
         [arguments = call.arguments(), kept = std::move(result)] { kept->Success(arguments); });
   });
   std::vector<int> deliveries;
+  deliveries.reserve(40);
   for (int i = 0; i < 40; ++i) {
     deliveries.push_back(Call("m", i));
   }

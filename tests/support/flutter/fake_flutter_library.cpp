@@ -103,7 +103,7 @@ void Deliver(const std::string& channel, const Bytes& message,
   }
   if (receiver.callback != nullptr) {
     // In memory of its own, which is gone when the callback returns.
-    const Bytes bytes = message;
+    const Bytes bytes(message.begin(), message.end());
     const FlutterDesktopMessage record = {sizeof(record), channel.c_str(), bytes.data(),
                                           bytes.size(), response};
     receiver.callback(messenger(), &record, receiver.user_data);
