@@ -27,10 +27,11 @@ TestWindow::~TestWindow() {
   static_cast<void>(Windows().UnregisterWindowClass(class_));
 }
 
-platform::Result<platform::WindowHandle> TestWindow::Create(const std::wstring& title) {
+platform::Result<platform::WindowHandle> TestWindow::Create(const std::wstring& title,
+                                                            std::uint32_t style) {
   return Windows().Create({.window_class = class_,
                            .title = title,
-                           .style = kBareWindow,
+                           .style = style,
                            .x = 10,
                            .y = 20,
                            .width = 300,
@@ -61,7 +62,11 @@ platform::MessageResult TestWindow::Procedure(platform::WindowHandle window, std
   if (self == nullptr) {
     return Windows().DefaultProcedure(window, number, parameter, data);
   }
-  self->handle_ = number == platform::kWmDestroy ? nullptr : window;
+  if (number == platform::kWmNcCreate) {
+    self->handle_ = window;
+  } else if (number == platform::kWmDestroy) {
+    self->handle_ = nullptr;
+  }
   const ReceivedMessage message = {number, parameter, data};
   self->received_.push_back(message);
   const auto answer = self->answer_ != nullptr ? self->answer_(message) : std::nullopt;

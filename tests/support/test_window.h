@@ -35,11 +35,15 @@ class TestWindow {
   TestWindow& operator=(const TestWindow&) = delete;
 
   // Throws what the procedure throws.
-  platform::Result<platform::WindowHandle> Create(const std::wstring& title);
+  platform::Result<platform::WindowHandle> Create(const std::wstring& title,
+                                                  std::uint32_t style = kBareWindow);
 
   // Null before the creation and after kWmDestroy.
   platform::WindowHandle handle() const { return handle_; }
   const std::wstring& window_class() const { return class_; }
+
+  // Forgets what came so far.
+  void Forget() { received_.clear(); }
 
   // What came with one of these numbers, in order; the rest of the system's talk is left out.
   std::vector<ReceivedMessage> Received(const std::vector<std::uint32_t>& numbers) const;

@@ -160,6 +160,16 @@ TEST_F(HeadlessWindowsTest, ParentsMakeNoRing) {
   EXPECT_EQ(messages.size(), 2U) << "each was destroyed once";
 }
 
+TEST_F(HeadlessWindowsTest, SessionNotificationsAreForWindowsThatLive) {
+  TestWindow window(L"Session");
+  const WindowHandle handle = window.Create(L"session").value();
+  EXPECT_TRUE(windows().RegisterSessionNotification(handle).ok());
+  EXPECT_TRUE(windows().UnregisterSessionNotification(handle).ok());
+  ASSERT_TRUE(windows().Destroy(handle).ok());
+  EXPECT_EQ(windows().RegisterSessionNotification(handle).error(), 1400U);
+  EXPECT_EQ(windows().UnregisterSessionNotification(handle).error(), 1400U);
+}
+
 TEST_F(HeadlessWindowsTest, MessageBoxIsALineOnTheErrorStream) {
   test::RecordingErrorStream stream;
   Os with_stream = os();
