@@ -24,7 +24,6 @@ using ::korvane::test::TestWindow;
 using ::korvane::test::UniqueName;
 
 constexpr std::uint32_t kRequest = kWmApp + 43;
-constexpr std::uint32_t kOther = kWmApp + 44;
 constexpr const wchar_t* kProperty = L"Korvane.Test";
 constexpr std::uintptr_t kPropertyValue = 0x1234567890;
 

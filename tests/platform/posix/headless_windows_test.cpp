@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -134,6 +135,26 @@ TEST_F(HeadlessWindowsTest, WindowOfAnotherThreadIsShownByThatThread) {
   EXPECT_THAT(window.Received(kWmSize),
               ElementsAre(ReceivedMessage{kWmSize, 0, (200 << 16) | 300},
                           ReceivedMessage{kWmSize, 0, (480 << 16) | 640}));
+}
+
+// The service comes and goes with the first and the last of them.
+TEST_F(HeadlessWindowsTest, WindowsOfManyThreadsComeAndGoAtOnce) {
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([this, name = L"Crowd" + std::to_wstring(thread)] {
+      for (int i = 0; i < 50; ++i) {
+        TestWindow window(name);
+        ASSERT_TRUE(window.Create(L"crowd").ok());
+        EXPECT_EQ(windows().Find(name, L"crowd"), window.handle());
+        EXPECT_TRUE(windows().Post(window.handle(), kTask, 0, 0).ok());
+        EXPECT_TRUE(test::DispatchThrough(kTask));
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(windows().Find(L"Crowd0", L"crowd"), nullptr);
 }
 
 TEST_F(HeadlessWindowsTest, FullQueueRefusesAndLosesNothing) {
