@@ -16,7 +16,7 @@ path MakeUniqueFolder() {
   std::random_device random;
   for (int attempt = 0; attempt < 100; ++attempt) {
     const std::string name = "korvane-test-" + std::to_string(random()) + std::to_string(random());
-    const path folder = std::filesystem::temp_directory_path() / name;
+    path folder = std::filesystem::temp_directory_path() / name;
     if (std::filesystem::create_directory(folder)) {
       return folder;
     }

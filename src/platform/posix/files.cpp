@@ -73,7 +73,8 @@ Result<bool> MakeOneFolder(const std::filesystem::path& path) {
 
 // The whole rest of `from` into `to`, as far as it goes.
 Status CopyContent(int from, int to) {
-  std::array<char, 64 * 1024> buffer;
+  constexpr std::size_t kBufferSize = 65536;
+  std::array<char, kBufferSize> buffer;
   for (;;) {
     const ssize_t got = ::read(from, buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) {

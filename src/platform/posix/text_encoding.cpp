@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <system_error>
+#include <type_traits>
 
 #include "platform/no_destructor.h"
 #include "platform/real_os.h"
@@ -17,6 +18,11 @@ constexpr std::array<std::uint16_t, 32> kWindows1252 = {
     0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+// A wide character is a code here. Its type has a sign, and a negative one is no character.
+constexpr std::uint32_t CodeOf(wchar_t character) {
+  return static_cast<std::make_unsigned_t<wchar_t>>(character);
+}
 
 constexpr bool IsScalar(std::uint32_t code) {
   return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
@@ -88,7 +94,7 @@ class PosixTextEncoding final : public TextEncoding {
     std::string utf8;
     utf8.reserve(text.size());
     for (const wchar_t character : text) {
-      const auto code = static_cast<std::uint32_t>(character);
+      const std::uint32_t code = CodeOf(character);
       if (!IsScalar(code)) {
         return std::nullopt;
       }
@@ -101,7 +107,7 @@ class PosixTextEncoding final : public TextEncoding {
     std::string utf8;
     utf8.reserve(text.size());
     for (const wchar_t character : text) {
-      const auto code = static_cast<std::uint32_t>(character);
+      const std::uint32_t code = CodeOf(character);
       AppendUtf8(utf8, IsScalar(code) ? code : kReplacement);
     }
     return utf8;
