@@ -1,0 +1,57 @@
+#include "launch/launch_arguments.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/fake_machine.h"
+
+namespace korvane {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(LaunchArguments, TheProgramNameIsNoArgument) {
+  auto& machine = test::FakeMachine::Get();
+  machine.process.arguments = {{L"korvane.exe", L"--admin-bat-shim", L"", L"a b\u20AC"}};
+  EXPECT_THAT(GetCommandLineArguments(), ElementsAre("--admin-bat-shim", "", "a b\xE2\x82\xAC"));
+
+  machine.process.arguments = {{L"korvane.exe"}};
+  EXPECT_THAT(GetCommandLineArguments(), IsEmpty());
+  machine.process.arguments = std::vector<std::wstring>{};
+  EXPECT_THAT(GetCommandLineArguments(), IsEmpty());
+  machine.process.arguments = std::nullopt;
+  EXPECT_THAT(GetCommandLineArguments(), IsEmpty());
+}
+
+TEST(LaunchArguments, AnArgumentThatIsNoTextKeepsItsPlace) {
+  const std::wstring lone_surrogate(1, static_cast<wchar_t>(0xD800));
+  test::FakeMachine::Get().process.arguments = {{L"korvane.exe", L"x" + lone_surrogate, L"y"}};
+  EXPECT_THAT(GetCommandLineArguments(), ElementsAre("", "y"));
+}
+
+TEST(LaunchArguments, FlagsAreMatchedByteForByte) {
+  struct Row {
+    std::string sentence;
+    std::vector<std::string> arguments;
+    LaunchFlags flags;
+  };
+  const Row rows[] = {
+      {"nothing", {}, {}},
+      {"all of them, anywhere",
+       {"x", "--admin-bat-shim", "--takeover-token=AB", "--elevated-restart"},
+       {.elevated_restart = true, .admin_bat_shim = true, .takeover_child = true}},
+      {"a token without its sign is none", {"--takeover-token"}, {}},
+      {"an empty token is one", {"--takeover-token="}, {.takeover_child = true}},
+      {"only a beginning counts for the token", {"x--takeover-token=AB"}, {}},
+      {"the others must be whole", {"--elevated-restart=1", "--admin-bat-shim "}, {}},
+      {"the case counts", {"--Elevated-Restart", "--ADMIN-BAT-SHIM", "--Takeover-token=A"}, {}},
+      {"known by name and without meaning", {"--post-install-restart"}, {}},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(ScanLaunchArguments(row.arguments), row.flags) << row.sentence;
+  }
+}
+
+}  // namespace
+}  // namespace korvane
