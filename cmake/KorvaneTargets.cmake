@@ -47,21 +47,28 @@ function(korvane_need_googletest)
   endif()
 endfunction()
 
-# korvane_test(NAME [DEPENDS target...] [SOURCES extra...] [LABELS label...] [LOCK resource])
+# korvane_test(NAME [DEPENDS target...] [SOURCES extra...] [LABELS label...] [LOCK resource]
+#              [ENVIRONMENT NAME=VALUE])
 #
 # A test program of all *.cpp beside the calling CMakeLists.txt. CTest runs each test case in a
 # process of its own, so process-wide state needs no door for a reset. LOCK names a resource of the
 # machine (the registry, the proxy settings, a named window) that two cases can't use at once.
 function(korvane_test name)
-  cmake_parse_arguments(arg "" "LOCK" "DEPENDS;SOURCES;LABELS" ${ARGN})
+  cmake_parse_arguments(arg "" "LOCK;ENVIRONMENT" "DEPENDS;SOURCES;LABELS" ${ARGN})
   korvane_need_googletest()
   file(GLOB sources CONFIGURE_DEPENDS *.cpp *.h)
   add_executable(${name} ${sources} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_DEPENDS} gmock gtest_main korvane_options)
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
-  set(properties TIMEOUT 120 LABELS "${arg_LABELS}")
+  set(properties TIMEOUT 120)
+  if(arg_LABELS)
+    list(APPEND properties LABELS "${arg_LABELS}")
+  endif()
   if(arg_LOCK)
     list(APPEND properties RESOURCE_LOCK "${arg_LOCK}")
+  endif()
+  if(arg_ENVIRONMENT)
+    list(APPEND properties ENVIRONMENT "${arg_ENVIRONMENT}")
   endif()
   if(CMAKE_CROSSCOMPILING)
     list(APPEND properties FIXTURES_REQUIRED wine)
