@@ -16,6 +16,7 @@ extern "C" {
 #include <memory>
 #include <string_view>
 
+#include "platform/posix/error_stream_for_children.h"
 #include "platform/posix/exit_channel.h"
 
 namespace korvane::platform {
@@ -34,6 +35,13 @@ class FileActions {
 
   // A copy of a descriptor onto itself takes its close-on-exec mark away, in the child alone.
   void Keep(int descriptor) { posix_spawn_file_actions_adddup2(&actions_, descriptor, descriptor); }
+  // Standard error as this process was started with it.
+  void PassErrorStream() {
+    const int stream = ErrorStreamForChildren();
+    if (stream > STDERR_FILENO) {
+      posix_spawn_file_actions_adddup2(&actions_, stream, STDERR_FILENO);
+    }
+  }
   void Silence() {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
       posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0);
@@ -97,9 +105,7 @@ Result<pid_t> StartChild(const ChildProgram& program) {
   for (const int descriptor : program.descriptors) {
     actions.Keep(descriptor);
   }
-  if (program.silent) {
-    actions.Silence();
-  }
+  program.silent ? actions.Silence() : actions.PassErrorStream();
   const SpawnAttributes attributes;
   std::vector<std::string> words = program.words;
   std::vector<std::string> environment = EnvironmentFor(program);

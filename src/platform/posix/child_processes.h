@@ -1,8 +1,8 @@
 // child_processes.h: starting another program, and what became of it.
 //
 // A child gets a copy of the environment with the given values over it, no blocked signals, and of
-// the descriptors the three standard ones and those named: everything else that this layer opens is
-// close-on-exec. Any thread.
+// the descriptors the three standard ones (standard error as this process was started with it) and
+// those named: everything else that this layer opens is close-on-exec. Any thread.
 #pragma once
 
 #include <sys/types.h>

@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 
 #include "platform/mutex.h"
@@ -27,15 +28,22 @@ __attribute__((tls_model("initial-exec"))) thread_local constinit GuardedCall* i
     nullptr;
 __attribute__((tls_model("initial-exec"))) thread_local constinit bool passing_on = false;
 
-// The handlers that were there before ours. Only written before ours are put in place.
+// The handlers that were there before ours. Written before ours are put in place, and published by
+// the count, since a fault on another thread may read them at once.
 std::array<struct sigaction, kFaultSignals.size()> former_handlers{};
+std::atomic<unsigned> former_handlers_noted = 0;
 
 const struct sigaction& FormerHandler(int signal) {
+  static_cast<void>(former_handlers_noted.load(std::memory_order_acquire));
   std::size_t index = 0;
   while (kFaultSignals[index] != signal) {
     ++index;
   }
   return former_handlers[index];
+}
+
+bool IsSame(const struct sigaction& one, const struct sigaction& other) {
+  return one.sa_sigaction == other.sa_sigaction && one.sa_flags == other.sa_flags;
 }
 
 // The default action is taken when the handler returns: a fault happens again, and a signal that
@@ -104,17 +112,24 @@ class FaultHandlers {
 
  private:
   static void Install() {
+    NoteFormerHandlers();
     struct sigaction ours {};
     ours.sa_sigaction = &OnFault;
     ours.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    for (const int signal : kFaultSignals) {
+      sigaction(signal, &ours, nullptr);
+    }
+  }
+
+  static void NoteFormerHandlers() {
     for (std::size_t index = 0; index < kFaultSignals.size(); ++index) {
       struct sigaction present {};
       sigaction(kFaultSignals[index], nullptr, &present);
-      if (!IsOurs(present)) {
+      if (!IsOurs(present) && !IsSame(present, former_handlers[index])) {
         former_handlers[index] = present;
       }
-      sigaction(kFaultSignals[index], &ours, nullptr);
     }
+    former_handlers_noted.fetch_add(1, std::memory_order_release);
   }
 
   // What a guarded call has put over ours itself stays: an engine installs its own handlers.

@@ -10,6 +10,7 @@
 
 #include "platform/mutex.h"
 #include "platform/no_destructor.h"
+#include "platform/posix/error_stream_for_children.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/real_os.h"
 
@@ -73,7 +74,12 @@ class PosixErrorStream final : public ErrorStream {
     std::string line(utf8);
     line += '\n';
     MutexLock lock(mutex_);
-    WriteAll(silenced_ ? kept_.get() : STDERR_FILENO, line);
+    WriteAll(Descriptor(), line);
+  }
+
+  int DescriptorForChildren() KORVANE_EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    return Descriptor();
   }
 
   Status SilenceStandardError() override {
@@ -101,17 +107,23 @@ class PosixErrorStream final : public ErrorStream {
   void WriteToDebugger(std::string_view /*utf8*/) override {}
 
  private:
+  int Descriptor() KORVANE_REQUIRES(mutex_) { return silenced_ ? kept_.get() : STDERR_FILENO; }
+
   Mutex mutex_;
   bool silenced_ KORVANE_GUARDED_BY(mutex_) = false;
   // Once silenced: the stream that the process was started with.
   FileDescriptor kept_ KORVANE_GUARDED_BY(mutex_);
 };
 
-}  // namespace
-
-ErrorStream& RealErrorStream() {
+PosixErrorStream& Stream() {
   static NoDestructor<PosixErrorStream> stream;
   return *stream;
 }
+
+}  // namespace
+
+ErrorStream& RealErrorStream() { return Stream(); }
+
+int ErrorStreamForChildren() { return Stream().DescriptorForChildren(); }
 
 }  // namespace korvane::platform

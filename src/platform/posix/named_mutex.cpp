@@ -149,7 +149,7 @@ WaitOutcome SharedMutex::Wait(std::uint32_t milliseconds) {
   if (error != 0 && error != EOWNERDEAD) {
     return {kWaitFailed, static_cast<ErrorCode>(error)};
   }
-  ++held_;
+  NoteAcquisition(error == EOWNERDEAD);
   if (error == EOWNERDEAD) {
     pthread_mutex_consistent(mutex_);
     return {kWaitAbandoned, 0};
@@ -157,12 +157,25 @@ WaitOutcome SharedMutex::Wait(std::uint32_t milliseconds) {
   return {kWaitSignalled, 0};
 }
 
+void SharedMutex::NoteAcquisition(bool abandoned) {
+  const pid_t thread = gettid();
+  const bool again = owner_ == thread && !abandoned;
+  owner_ = thread;
+  held_ = again ? held_ + 1 : 1;
+}
+
+void SharedMutex::NoteRelease() {
+  if (--held_ == 0) {
+    owner_ = 0;
+  }
+}
+
 Status SharedMutex::Release() {
-  if (pthread_mutex_unlock(mutex_) != 0) {
+  if (owner_ != gettid()) {
     return Status::Fail(kErrorNotOwner);
   }
-  --held_;
-  return Status::Ok();
+  NoteRelease();  // first: afterwards somebody else may own it
+  return pthread_mutex_unlock(mutex_) == 0 ? Status::Ok() : Status::Fail(kErrorNotOwner);
 }
 
 CreatedMutex NamedMutex::Create(KernelObjects& owner, const std::wstring& name,

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <cstdint>
@@ -37,9 +38,13 @@ class SharedMutex {
 
  private:
   int Acquire(std::uint32_t milliseconds);
+  void NoteAcquisition(bool abandoned);
+  void NoteRelease();
 
   pthread_mutex_t* mutex_;
-  // Acquisitions by this process's threads that were not released.
+  // What this process knows of its own ownership: the thread and its acquisitions. Written by the
+  // owner alone. A thread that died as the owner stays noted here until the next of this process.
+  std::atomic<pid_t> owner_{0};
   std::atomic<int> held_{0};
 };
 

@@ -20,6 +20,10 @@ namespace korvane::platform {
 
 namespace {
 
+// What dispatching an exception takes of the stack, with room to spare: its records hold all of the
+// processor's registers, the wide ones too.
+constexpr ULONG kStackForHandlersBytes = 32 * 1024;
+
 // The handler is for the whole function, the table names the part of it between the labels: when an
 // exception comes out of there, the filter is asked and the function goes on behind the second
 // label. So nothing with a destructor may live in this frame, and what the guarded part writes must
@@ -48,6 +52,8 @@ __attribute__((noinline, noclone)) bool CallOrGoOn(void (*function)(void*), void
 }  // namespace
 
 bool CallWithCrashGuard(void (*function)(void* argument), void* argument) {
+  ULONG stack_for_handlers = kStackForHandlersBytes;
+  ::SetThreadStackGuarantee(&stack_for_handlers);
   last_exception = 0;  // makes it, too: the filter may have next to no stack
   const bool ended = CallOrGoOn(function, argument);
   if (!ended && last_exception == EXCEPTION_STACK_OVERFLOW) {
