@@ -39,6 +39,10 @@ class TextEncoding {
   virtual std::filesystem::path PathFromNarrow(std::string_view path) = 0;
   virtual std::string NarrowFromPath(const std::filesystem::path& path) = 0;
 
+  // A wide path, as Process gives them, as the system's own kind. On Linux the library's own
+  // conversion refuses everything but ASCII; here a byte that was no UTF-8 comes back as it was.
+  virtual std::filesystem::path PathFromWide(std::wstring_view path) = 0;
+
   // The separator that joins a folder and a name in a narrow path: '\' on Windows, '/' on Linux.
   virtual char PathSeparator() = 0;
 

@@ -23,18 +23,6 @@ std::string FailureText(std::string_view line, std::string_view name, std::uint3
   return text;
 }
 
-platform::Result<std::filesystem::path> MakeFolder(const std::wstring& local_data) {
-  using Folder = platform::Result<std::filesystem::path>;
-  try {
-    auto folder = std::filesystem::path(local_data) / "com.sundrelak" / "dramvex";
-    const auto made = platform::os().files->CreateDirectories(folder);
-    return made ? Folder(std::move(folder)) : Folder::Fail(made.error());
-  } catch (const std::filesystem::filesystem_error& error) {
-    // The library refuses wide text that is no text at all.
-    return Folder::Fail(static_cast<platform::ErrorCode>(error.code().value()));
-  }
-}
-
 }  // namespace
 
 void ReportFailure(std::string_view line, std::string_view name, std::uint32_t code) noexcept {
@@ -60,13 +48,15 @@ bool LogFile::FindPlace(std::string_view line) {
     ReportFailure(line, "local_app_data_failed", local_data.error());
     return false;
   }
-  const auto folder = MakeFolder(local_data.value());
-  if (!folder) {
-    ReportFailure(line, "log_directory_failed", folder.error());
+  const std::filesystem::path folder =
+      platform::os().text->PathFromWide(local_data.value()) / "com.sundrelak" / "dramvex";
+  const auto made = platform::os().files->CreateDirectories(folder);
+  if (!made) {
+    ReportFailure(line, "log_directory_failed", made.error());
     return false;
   }
-  log_path_ = folder.value() / "startup.log";
-  rotated_path_ = folder.value() / "startup.log.1";
+  log_path_ = folder / "startup.log";
+  rotated_path_ = folder / "startup.log.1";
   return true;
 }
 

@@ -1,7 +1,5 @@
 #include "vpn/engine_binding.h"
 
-#include <filesystem>
-
 #include "diagnostics_evidence/redaction.h"
 #include "flutter_boundary/utf8.h"
 #include "platform/os.h"

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <sstream>
 
 #include "platform/os.h"
@@ -12,6 +13,8 @@ namespace {
 
 using platform::os;
 using platform::WriteErrorLine;
+
+std::filesystem::path FileOf(const std::wstring& path) { return os().text->PathFromWide(path); }
 
 std::wstring Hexadecimal(std::uint32_t value) {
   std::wostringstream text;
@@ -56,12 +59,12 @@ bool SubjectMatches(platform::SignerCertificate& certificate, const std::wstring
   return false;
 }
 
-bool PassesVerification(const std::filesystem::path& path, const platform::HeldFile& file,
+bool PassesVerification(const std::wstring& path, const platform::HeldFile& file,
                         const SignerPin& pin) {
-  const std::uint32_t status = os().code_trust->VerifySignature(path, file);
+  const std::uint32_t status = os().code_trust->VerifySignature(FileOf(path), file);
   if (status != 0) {
-    WriteErrorLine(L"[SECURITY] Authenticode verification failed for " + path.wstring() +
-                   L" (status 0x" + Hexadecimal(status) + L")");
+    WriteErrorLine(L"[SECURITY] Authenticode verification failed for " + path + L" (status 0x" +
+                   Hexadecimal(status) + L")");
     return false;
   }
   return VerifyEngineSigner(path, pin);
@@ -71,9 +74,9 @@ bool PassesVerification(const std::filesystem::path& path, const platform::HeldF
 
 const SignerPin kEngineSignerPin = {};
 
-platform::Result<platform::ModuleHandle> VerifyAndLoadEngineFile(const std::filesystem::path& path,
+platform::Result<platform::ModuleHandle> VerifyAndLoadEngineFile(const std::wstring& path,
                                                                  const SignerPin& pin) {
-  const auto file = os().code_trust->Hold(path);
+  const auto file = os().code_trust->Hold(FileOf(path));
   if (!file) {
     return platform::Result<platform::ModuleHandle>::Fail(file.error());
   }
@@ -82,22 +85,22 @@ platform::Result<platform::ModuleHandle> VerifyAndLoadEngineFile(const std::file
     WriteErrorLine(
         L"[SECURITY][AUDIT] sing-box.dll FAILED verification; loading anyway (audit-only default "
         L"\u00E2\u20AC\u201D would be refused under KORVANE_CORE_VERIFY_ENFORCE): " +
-        path.wstring());
+        path);
   }
-  return os().dynamic_libraries->Load(path);
+  return os().dynamic_libraries->Load(FileOf(path));
 }
 
-bool VerifyEngineSigner(const std::filesystem::path& path, const SignerPin& pin) {
+bool VerifyEngineSigner(const std::wstring& path, const SignerPin& pin) {
   if (pin.thumbprint.empty() && pin.subject.empty()) {
     WriteErrorLine(
         L"[SECURITY][WARN] core signer pinning not configured (thumbprint/subject empty); relying "
         L"on Authenticode validity only for " +
-        path.wstring());
+        path);
     return true;
   }
-  const platform::SignerLookup signer = os().code_trust->FindSigner(path);
+  const platform::SignerLookup signer = os().code_trust->FindSigner(FileOf(path));
   if (signer.query_failed) {
-    WriteErrorLine(L"[SECURITY] CryptQueryObject failed for " + path.wstring() + L" (error " +
+    WriteErrorLine(L"[SECURITY] CryptQueryObject failed for " + path + L" (error " +
                    std::to_wstring(signer.error) + L")");
     return false;
   }

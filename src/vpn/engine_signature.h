@@ -5,7 +5,6 @@
 // swapped in between. Where the system has no signature test this is the load alone, without lines.
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 #include "platform/dynamic_libraries.h"
@@ -26,9 +25,9 @@ extern const SignerPin kEngineSignerPin;
 // Loads one candidate: the only way in which the engine gets loaded. A failure carries the error of
 // the open or the load. Never stops the program.
 platform::Result<platform::ModuleHandle> VerifyAndLoadEngineFile(
-    const std::filesystem::path& path, const SignerPin& pin = kEngineSignerPin);
+    const std::wstring& path, const SignerPin& pin = kEngineSignerPin);
 
 // True when no pin is set, or when the file's signer matches it exactly.
-bool VerifyEngineSigner(const std::filesystem::path& path, const SignerPin& pin);
+bool VerifyEngineSigner(const std::wstring& path, const SignerPin& pin);
 
 }  // namespace korvane

@@ -27,19 +27,25 @@ struct AdapterTable {
 };
 
 struct Adapter {
-  const AdapterTable* table;
+  explicit Adapter(AdapterKind of_kind) : kind(of_kind) {}
+
+  const AdapterTable* table = nullptr;  // first, as in every object of this kind of interface
   AdapterKind kind;
   std::atomic<std::uint32_t> references{1};
 };
 
 std::uint32_t Release(Adapter* adapter) {
   const auto left = --adapter->references;
-  if (left == 0) std::unique_ptr<Adapter>(adapter).reset();
+  if (left == 0) {
+    std::unique_ptr<Adapter>(adapter).reset();
+  }
   return left;
 }
 
 std::int32_t Describe(Adapter* adapter, AdapterDescription* description) {
-  if (adapter->kind == AdapterKind::kUndescribed) return kInvalidCall;
+  if (adapter->kind == AdapterKind::kUndescribed) {
+    return kInvalidCall;
+  }
   static constexpr char16_t kHalf[] = {u'S', 0xD800, u'A', 0};
   const std::u16string_view text =
       adapter->kind == AdapterKind::kNotEncodable ? kHalf : u"Stand-in Adapter";
@@ -67,7 +73,9 @@ constexpr AdapterTable kTable{
 }  // namespace
 
 void* MakeGraphicsAdapter(AdapterKind kind) {
-  return std::make_unique<Adapter>(&kTable, kind).release();
+  auto adapter = std::make_unique<Adapter>(kind);
+  adapter->table = &kTable;
+  return adapter.release();
 }
 
 }  // namespace korvane::stand_in

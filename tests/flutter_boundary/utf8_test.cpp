@@ -57,6 +57,7 @@ class CodePage : public platform::TextEncoding {
   std::optional<std::wstring> Utf8ToWide(std::string_view) override { return {}; }
   std::filesystem::path PathFromNarrow(std::string_view) override { return {}; }
   std::string NarrowFromPath(const std::filesystem::path&) override { return {}; }
+  std::filesystem::path PathFromWide(std::wstring_view) override { return {}; }
   char PathSeparator() override { return '/'; }
   std::string ErrorMessage(platform::ErrorCode) override { return {}; }
 };

@@ -103,6 +103,11 @@ TEST(TextEncoding, NarrowPathKeepsItsCharacters) {
   EXPECT_TRUE(RealTextEncoding().PathFromNarrow("").empty());
 }
 
+TEST(TextEncoding, WidePathKeepsItsCharacters) {
+  const std::filesystem::path path = RealTextEncoding().PathFromWide(L"\u0436\u4E2D");
+  EXPECT_EQ(path.u8string(), u8"\u0436\u4E2D");
+}
+
 TEST(TextEncoding, ErrorMessageIsOneLineForEveryNumber) {
   for (const ErrorCode error : {ErrorCode{2}, ErrorCode{5}, ErrorCode{13}, ErrorCode{0xFFFFFFFF}}) {
     const std::string message = RealTextEncoding().ErrorMessage(error);

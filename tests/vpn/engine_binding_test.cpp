@@ -207,8 +207,8 @@ TEST_F(EngineBindingTest, SignatureIsAuditedAndTheFileIsLoadedAllTheSame) {
 
 TEST_F(EngineBindingTest, NoSignatureTestMeansNoSecurityLines) {
   trust.status = 0x800B0100;
-  EXPECT_TRUE(VerifyAndLoadEngineFile("sing-box.dll"));
-  EXPECT_EQ(VerifyAndLoadEngineFile("absent.dll").error(), 2U);
+  EXPECT_TRUE(VerifyAndLoadEngineFile(L"sing-box.dll"));
+  EXPECT_EQ(VerifyAndLoadEngineFile(L"absent.dll").error(), 2U);
   EXPECT_THAT(Lines(), IsEmpty());
 }
 

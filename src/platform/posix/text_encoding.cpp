@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "platform/no_destructor.h"
+#include "platform/posix/wide_bytes.h"
 #include "platform/real_os.h"
 
 namespace korvane::platform {
@@ -128,6 +129,9 @@ class PosixTextEncoding final : public TextEncoding {
 
   std::filesystem::path PathFromNarrow(std::string_view path) override { return path; }
   std::string NarrowFromPath(const std::filesystem::path& path) override { return path.native(); }
+  std::filesystem::path PathFromWide(std::wstring_view path) override {
+    return BytesFromWide(path);
+  }
   char PathSeparator() override { return '/'; }
 
   std::string ErrorMessage(ErrorCode error) override {

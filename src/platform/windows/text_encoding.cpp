@@ -81,6 +81,8 @@ class WindowsTextEncoding final : public TextEncoding {
     return FromWide(CP_ACP, 0, path.native()).value_or("");
   }
 
+  std::filesystem::path PathFromWide(std::wstring_view path) override { return path; }
+
   char PathSeparator() override { return '\\'; }
 
   std::string ErrorMessage(ErrorCode error) override {
