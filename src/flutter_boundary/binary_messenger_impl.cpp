@@ -67,7 +67,7 @@ template <typename Work>
 void RunGuarded(const Work& work) noexcept {
   try {
     work();
-  } catch (...) {  // NOLINT(bugprone-empty-catch): told in the header
+  } catch (...) {  // told in the header
   }
 }
 

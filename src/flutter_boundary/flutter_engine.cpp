@@ -92,7 +92,7 @@ void FlutterEngine::OnNextFrame(void* user_data) {
   }
   try {
     callback();
-  } catch (...) {  // NOLINT(bugprone-empty-catch): told in the header
+  } catch (...) {  // told in the header
   }
 }
 

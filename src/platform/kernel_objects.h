@@ -2,8 +2,8 @@
 //
 // All objects are made with default security. A name begins with "Local\" or "Global\".
 // Linux: a named mutex is a robust mutex in a shared memory file of the user's runtime folder (a
-// dead owner gives "abandoned"); a named event is a named pipe there, signalled while there is a byte
-// in it.
+// dead owner gives "abandoned"); a named event is a named pipe there, signalled while there is a
+// byte in it.
 #pragma once
 
 #include <cstdint>

@@ -15,20 +15,30 @@ constexpr std::int64_t kMostMs = 24 * 3600 * 1000;
 
 CrashKind ReadCrash(const JsonNode& node) {
   const std::string kind = node.String();
-  if (kind == "null_write") return CrashKind::kNullWrite;
-  if (kind == "illegal_instruction") return CrashKind::kIllegalInstruction;
-  if (kind == "abort") return CrashKind::kAbort;
+  if (kind == "null_write") {
+    return CrashKind::kNullWrite;
+  }
+  if (kind == "illegal_instruction") {
+    return CrashKind::kIllegalInstruction;
+  }
+  if (kind == "abort") {
+    return CrashKind::kAbort;
+  }
   node.Refuse("expected \"null_write\", \"illegal_instruction\" or \"abort\"");
 }
 
 ThrowKind ReadThrowKind(const JsonNode& node) {
   const std::string kind = node.StringOr("throw_kind", "standard");
-  if (kind != "standard" && kind != "foreign") node.Refuse("throw_kind is standard or foreign");
+  if (kind != "standard" && kind != "foreign") {
+    node.Refuse("throw_kind is standard or foreign");
+  }
   return kind == "foreign" ? ThrowKind::kForeign : ThrowKind::kStandard;
 }
 
 std::optional<ScriptedFailure> ReadFailure(const JsonNode& node) {
-  if (!node.Find("fail") && !node.Find("code")) return std::nullopt;
+  if (!node.Find("fail") && !node.Find("code")) {
+    return std::nullopt;
+  }
   ScriptedFailure failure;
   failure.code = static_cast<std::int32_t>(node.IntegerOr("code", 1, INT32_MIN, INT32_MAX));
   failure.text = node.StringOr("fail", "");
@@ -44,16 +54,26 @@ WriteToNull() {
 }
 
 void Crash(CrashKind kind) {
-  if (kind == CrashKind::kNone) return;
+  if (kind == CrashKind::kNone) {
+    return;
+  }
   WriteCrashOutput();
-  if (kind == CrashKind::kNullWrite) WriteToNull();
-  if (kind == CrashKind::kIllegalInstruction) __builtin_trap();
+  if (kind == CrashKind::kNullWrite) {
+    WriteToNull();
+  }
+  if (kind == CrashKind::kIllegalInstruction) {
+    __builtin_trap();
+  }
   std::abort();
 }
 
 void Throw(ThrowKind kind, const std::string& text) {
-  if (kind == ThrowKind::kStandard) throw std::runtime_error(text);
-  if (kind == ThrowKind::kForeign) throw 42;  // of no standard kind, so without a text
+  if (kind == ThrowKind::kStandard) {
+    throw std::runtime_error(text);
+  }
+  if (kind == ThrowKind::kForeign) {
+    throw 42;  // of no standard kind, so without a text
+  }
 }
 
 }  // namespace
@@ -67,15 +87,21 @@ CallScript CallScript::Read(const JsonNode& node) {
   script.touch_ = PathFromUtf8(node.StringOr("touch", ""));
   script.wait_ = std::chrono::milliseconds(node.IntegerOr("wait_ms", 0, 0, kMostMs));
   script.until_file_ = PathFromUtf8(node.StringOr("until_file", ""));
-  if (const auto crash = node.Find("crash")) script.crash_ = ReadCrash(*crash);
+  if (const auto crash = node.Find("crash")) {
+    script.crash_ = ReadCrash(*crash);
+  }
   script.throw_text_ = node.StringOr("throw", "");
-  if (node.Find("throw")) script.throw_ = ReadThrowKind(node);
+  if (node.Find("throw")) {
+    script.throw_ = ReadThrowKind(node);
+  }
   script.failure_ = ReadFailure(node);
   return script;
 }
 
 std::optional<ScriptedFailure> CallScript::Play() const {
-  if (!active_ || !turns_.Take()) return std::nullopt;
+  if (!active_ || !turns_.Take()) {
+    return std::nullopt;
+  }
   Touch(touch_);
   std::this_thread::sleep_for(wait_);
   std::error_code absent;
@@ -92,7 +118,9 @@ std::filesystem::path PathFromUtf8(const std::string& utf8) {
 }
 
 void Touch(const std::filesystem::path& path) {
-  if (!path.empty()) std::ofstream(path).flush();
+  if (!path.empty()) {
+    std::ofstream(path).flush();
+  }
 }
 
 }  // namespace korvane::stand_in

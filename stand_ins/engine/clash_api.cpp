@@ -23,14 +23,18 @@ std::optional<milliseconds> ReadTimeout(const std::string& query) {
   const std::string text = net::QueryValue(query, "timeout").value_or("");
   std::int16_t number = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || stop != text.data() + text.size()) return std::nullopt;
+  if (error != std::errc() || stop != text.data() + text.size()) {
+    return std::nullopt;
+  }
   return milliseconds(number);
 }
 
 // Cuts "/delay" off a rest such as "tag/delay"; a tag may hold slashes of its own.
 bool CutDelay(std::string_view& rest) {
   constexpr std::string_view kDelay = "/delay";
-  if (!rest.ends_with(kDelay)) return false;
+  if (!rest.ends_with(kDelay)) {
+    return false;
+  }
   rest.remove_suffix(kDelay.size());
   return true;
 }
@@ -61,7 +65,9 @@ bool ClashApi::ServeRequest(net::Socket& client, const net::HttpHead& head, std:
                         std::string(target.substr(std::min(path_end + 1, target.size()))),
                         std::move(body)};
   if (const ClashScript* script = FindScript(options_.clash_answers, request.path)) {
-    if (!PlayWaits(*script, *client.stop())) return false;
+    if (!PlayWaits(*script, *client.stop())) {
+      return false;
+    }
     if (script->kind != AnswerKind::kEngine) {
       PlayAnswer(*script, client);
       return false;
@@ -74,7 +80,9 @@ bool ClashApi::ServeRequest(net::Socket& client, const net::HttpHead& head, std:
 }
 
 bool ClashApi::Authorised(const net::HttpHead& head) const {
-  if (secret_.empty()) return true;
+  if (secret_.empty()) {
+    return true;
+  }
   const std::string* given = head.Find("Authorization");
   return given != nullptr && *given == "Bearer " + secret_;
 }
@@ -83,11 +91,21 @@ ClashApi::Answer ClashApi::Route(const Request& request) {
   constexpr std::string_view kProxies = "/proxies/";
   constexpr std::string_view kGroup = "/group/";
   const std::string_view path = request.path;
-  if (path.starts_with(kProxies)) return RouteProxy(request, path.substr(kProxies.size()));
-  if (request.method != "GET") return {405, {}};
-  if (path.starts_with(kGroup)) return RouteGroup(request, path.substr(kGroup.size()));
-  if (path == "/proxies") return AllProxies();
-  if (path == "/") return {200, R"({"hello":"clash"})"};
+  if (path.starts_with(kProxies)) {
+    return RouteProxy(request, path.substr(kProxies.size()));
+  }
+  if (request.method != "GET") {
+    return {405, {}};
+  }
+  if (path.starts_with(kGroup)) {
+    return RouteGroup(request, path.substr(kGroup.size()));
+  }
+  if (path == "/proxies") {
+    return AllProxies();
+  }
+  if (path == "/") {
+    return {200, R"({"hello":"clash"})"};
+  }
   if (path == "/version") {
     const nlohmann::ordered_json version{
         {"meta", true}, {"premium", true}, {"version", "sing-box " + version_}};
@@ -101,19 +119,29 @@ ClashApi::Answer ClashApi::RouteProxy(const Request& request, std::string_view r
   const Outbound* whole = graph_.Find(std::string(rest));
   if (whole == nullptr && CutDelay(rest)) {
     const Outbound* tested = graph_.Find(std::string(rest));
-    if (tested == nullptr) return NotFound();
+    if (tested == nullptr) {
+      return NotFound();
+    }
     return request.method == "GET" ? ProxyDelay(*tested, request.query) : Answer{405, {}};
   }
-  if (whole == nullptr) return NotFound();
-  if (request.method == "GET") return {200, DescribeProxy(graph_, *whole).dump()};
+  if (whole == nullptr) {
+    return NotFound();
+  }
+  if (request.method == "GET") {
+    return {200, DescribeProxy(graph_, *whole).dump()};
+  }
   return request.method == "PUT" ? Select(*whole, request.body) : Answer{405, {}};
 }
 
 ClashApi::Answer ClashApi::RouteGroup(const Request& request, std::string_view rest) {
   const bool delay = CutDelay(rest);
   const Outbound* group = graph_.Find(std::string(rest));
-  if (group == nullptr || group->members.empty()) return NotFound();
-  if (delay) return GroupDelay(*group, request.query);
+  if (group == nullptr || group->members.empty()) {
+    return NotFound();
+  }
+  if (delay) {
+    return GroupDelay(*group, request.query);
+  }
   return {200, DescribeProxy(graph_, *group).dump()};
 }
 
@@ -143,10 +171,14 @@ ClashApi::Answer ClashApi::Select(const Outbound& outbound, const std::string& b
 
 ClashApi::Answer ClashApi::ProxyDelay(const Outbound& outbound, const std::string& query) const {
   const auto timeout = ReadTimeout(query);
-  if (!timeout) return Message(400, "Body invalid");
+  if (!timeout) {
+    return Message(400, "Body invalid");
+  }
   const std::string url = net::QueryValue(query, "url").value_or("");
   const DelayResult result = dialer_.MeasureDelay(outbound.tag, url, *timeout);
-  if (result.status == DelayStatus::kTimedOut) return Message(504, "Timeout");
+  if (result.status == DelayStatus::kTimedOut) {
+    return Message(504, "Timeout");
+  }
   if (result.status == DelayStatus::kFailed) {
     return Message(503, "An error occurred in the delay test");
   }
@@ -155,7 +187,9 @@ ClashApi::Answer ClashApi::ProxyDelay(const Outbound& outbound, const std::strin
 
 ClashApi::Answer ClashApi::GroupDelay(const Outbound& group, const std::string& query) const {
   const auto timeout = ReadTimeout(query);
-  if (!timeout) return Message(400, "Body invalid");
+  if (!timeout) {
+    return Message(400, "Body invalid");
+  }
   const std::string url = net::QueryValue(query, "url").value_or("");
   std::vector<DelayResult> results(group.members.size());
   net::Workers probes;
@@ -166,7 +200,9 @@ ClashApi::Answer ClashApi::GroupDelay(const Outbound& group, const std::string& 
   nlohmann::ordered_json delays = nlohmann::ordered_json::object();
   for (std::size_t i = 0; i < results.size(); ++i) {
     const bool reached = results[i].status == DelayStatus::kDone;
-    if (reached || options_.zero_for_failed_members) delays[group.members[i]] = results[i].delay_ms;
+    if (reached || options_.zero_for_failed_members) {
+      delays[group.members[i]] = results[i].delay_ms;
+    }
   }
   return {200, delays.dump()};
 }

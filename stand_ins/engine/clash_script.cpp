@@ -39,7 +39,9 @@ constexpr std::array kKinds{
 AnswerKind ReadKind(const JsonNode& node) {
   const std::string name = node.StringOr("kind", "answer");
   const auto* found = std::ranges::find(kKinds, name, &KindName::name);
-  if (found == kKinds.end()) node.Refuse("unknown kind \"" + name + "\"");
+  if (found == kKinds.end()) {
+    node.Refuse("unknown kind \"" + name + "\"");
+  }
   return found->kind;
 }
 
@@ -53,7 +55,9 @@ std::string Head(const ClashScript& script, const std::pair<std::string, std::st
       "HTTP/1.1 " + std::to_string(script.status) + " " + std::string(net::ReasonOf(script.status));
   head.fields = script.headers;
   head.fields.emplace_back("Content-Type", "application/json");
-  if (!framing.first.empty()) head.fields.push_back(framing);
+  if (!framing.first.empty()) {
+    head.fields.push_back(framing);
+  }
   return head.Text();
 }
 
@@ -63,7 +67,9 @@ std::string Body(const ClashScript& script) {
 
 std::string Hex(std::size_t number) {
   std::string digits;
-  for (; number > 0; number /= 16) digits.insert(digits.begin(), "0123456789abcdef"[number % 16]);
+  for (; number > 0; number /= 16) {
+    digits.insert(digits.begin(), "0123456789abcdef"[number % 16]);
+  }
   return digits.empty() ? "0" : digits;
 }
 
@@ -103,8 +109,12 @@ std::string Bytes(const ClashScript& script) {
 
 void Drip(std::string_view bytes, milliseconds interval, net::Socket& socket) {
   for (const char& byte : bytes) {
-    if (socket.Send({&byte, 1}, Deadline::Never()) != IoStatus::kDone) return;
-    if (socket.stop()->RaisedWithin(interval)) return;
+    if (socket.Send({&byte, 1}, Deadline::Never()) != IoStatus::kDone) {
+      return;
+    }
+    if (socket.stop()->RaisedWithin(interval)) {
+      return;
+    }
   }
 }
 
@@ -120,7 +130,9 @@ void SendEndlessHeaders(const ClashScript& script, net::Socket& socket) {
 void SayNothing(const ClashScript& script, net::Socket& socket) {
   const Deadline end = script.close_after ? Deadline::In(*script.close_after) : Deadline::Never();
   std::string ignored;
-  while (socket.Receive(ignored, 1, end) == IoStatus::kDone) ignored.clear();
+  while (socket.Receive(ignored, 1, end) == IoStatus::kDone) {
+    ignored.clear();
+  }
 }
 
 }  // namespace
@@ -143,7 +155,9 @@ ClashScript ClashScript::Read(const JsonNode& node) {
   script.until_file = PathFromUtf8(node.StringOr("until_file", ""));
   script.wait = ReadMs(node, "wait_ms", 0);
   script.interval = ReadMs(node, "interval_ms", 10);
-  if (node.Find("close_after_ms")) script.close_after = ReadMs(node, "close_after_ms", 0);
+  if (node.Find("close_after_ms")) {
+    script.close_after = ReadMs(node, "close_after_ms", 0);
+  }
   script.turns = Turns::Read(node);
   return script;
 }
@@ -157,10 +171,14 @@ const ClashScript* FindScript(const std::vector<ClashScript>& scripts, std::stri
 
 bool PlayWaits(const ClashScript& script, const net::StopSignal& stop) {
   Touch(script.touch);
-  if (stop.RaisedWithin(script.wait)) return false;
+  if (stop.RaisedWithin(script.wait)) {
+    return false;
+  }
   std::error_code absent;
   while (!script.until_file.empty() && !std::filesystem::exists(script.until_file, absent)) {
-    if (stop.RaisedWithin(kFilePoll)) return false;
+    if (stop.RaisedWithin(kFilePoll)) {
+      return false;
+    }
   }
   return true;
 }
@@ -177,7 +195,9 @@ void PlayAnswer(const ClashScript& script, net::Socket& socket) {
       return SendEndlessHeaders(script, socket);
     default:
       socket.Send(Bytes(script), Deadline::Never());
-      if (script.kind == AnswerKind::kReset) socket.Reset();
+      if (script.kind == AnswerKind::kReset) {
+        socket.Reset();
+      }
   }
 }
 

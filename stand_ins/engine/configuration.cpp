@@ -4,6 +4,8 @@
 #include <set>
 #include <string_view>
 
+#include "engine/outbound_order.h"
+
 namespace korvane::stand_in {
 namespace {
 
@@ -51,19 +53,29 @@ Outbound ReadOutbound(const JsonNode& node) {
   Outbound outbound;
   outbound.type = node.StringOr("type", "");
   outbound.tag = node.StringOr("tag", "");
-  if (outbound.type.empty()) node.Refuse("missing outbound type");
-  if (outbound.type != "selector" && outbound.type != "urltest") return outbound;
-  if (const auto members = node.Find("outbounds")) {
-    for (const JsonNode& member : members->Items()) outbound.members.push_back(member.String());
+  if (outbound.type.empty()) {
+    node.Refuse("missing outbound type");
   }
-  if (outbound.members.empty()) node.Refuse("missing outbounds");
+  if (outbound.type != "selector" && outbound.type != "urltest") {
+    return outbound;
+  }
+  if (const auto members = node.Find("outbounds")) {
+    for (const JsonNode& member : members->Items()) {
+      outbound.members.push_back(member.String());
+    }
+  }
+  if (outbound.members.empty()) {
+    node.Refuse("missing outbounds");
+  }
   outbound.default_member = node.StringOr("default", outbound.members.front());
   return outbound;
 }
 
 std::optional<ClashController> ReadClash(const JsonNode& node) {
   const std::string controller = node.StringOr("external_controller", "");
-  if (controller.empty()) return std::nullopt;
+  if (controller.empty()) {
+    return std::nullopt;
+  }
   const std::size_t colon = std::min(controller.rfind(':'), controller.size());
   const auto at = net::ParseAuthority(std::string("127.0.0.1").append(controller, colon), 0);
   if (!at || colon == controller.size()) {
@@ -81,14 +93,20 @@ const Outbound* FindOutbound(const Configuration& configuration, const std::stri
 // A wish for an outbound that isn't there is a slip of the test that made it.
 void CheckWishes(const JsonNode& stand_in, const Configuration& configuration) {
   const auto outbounds = stand_in.Find("outbounds");
-  if (!outbounds) return;
+  if (!outbounds) {
+    return;
+  }
   for (const auto& [tag, wish] : outbounds->Members()) {
-    if (FindOutbound(configuration, tag) == nullptr) wish.Refuse("no such outbound");
+    if (FindOutbound(configuration, tag) == nullptr) {
+      wish.Refuse("no such outbound");
+    }
   }
 }
 
 void ReadExperimental(const JsonNode& node, Configuration& configuration) {
-  if (const auto clash = node.Find("clash_api")) configuration.clash = ReadClash(*clash);
+  if (const auto clash = node.Find("clash_api")) {
+    configuration.clash = ReadClash(*clash);
+  }
   if (const auto stand_in = node.Find("stand_in")) {
     configuration.options = ReadSessionOptions(*stand_in, configuration.options);
     CheckWishes(*stand_in, configuration);
@@ -109,19 +127,11 @@ void CheckMembers(const Configuration& configuration, const Outbound& outbound) 
   }
 }
 
-// Groups whose members are all settled settle in turn; what never settles stands in a circle.
 void CheckCircles(const Configuration& configuration) {
-  std::set<std::string> settled;
-  for (std::size_t before = 1; before != settled.size();) {
-    before = settled.size();
-    for (const Outbound& outbound : configuration.outbounds) {
-      const bool ready = std::ranges::all_of(
-          outbound.members, [&](const std::string& member) { return settled.contains(member); });
-      if (ready) settled.insert(outbound.tag);
-    }
-  }
+  const auto order = MembersFirst(configuration.outbounds);
+  const std::set<const Outbound*> settled(order.begin(), order.end());
   for (const Outbound& outbound : configuration.outbounds) {
-    if (!settled.contains(outbound.tag)) {
+    if (!settled.contains(&outbound)) {
       throw ConfigurationError("initialize outbound: circular outbound dependency at " +
                                outbound.tag);
     }

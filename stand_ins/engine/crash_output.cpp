@@ -25,7 +25,9 @@ bool SetCrashOutput(const std::string& utf8_path) {
   Sink& sink = TheSink();
   const MutexLock lock(sink.mutex);
   sink.file = {};
-  if (utf8_path.empty()) return true;
+  if (utf8_path.empty()) {
+    return true;
+  }
   sink.file.open(PathFromUtf8(utf8_path), std::ios::binary);
   sink.file << "crash-output armed by the engine stand-in\n" << std::flush;
   return sink.file.good();
@@ -34,7 +36,9 @@ bool SetCrashOutput(const std::string& utf8_path) {
 void WriteCrashOutput() {
   Sink& sink = TheSink();
   const MutexLock lock(sink.mutex);
-  if (!sink.file.is_open()) return;
+  if (!sink.file.is_open()) {
+    return;
+  }
   sink.file << "fatal error: crash on request\n\ngoroutine 1 [running]:\nmain.main()\n"
             << std::flush;
 }

@@ -22,7 +22,9 @@ EngineProcess::EngineProcess() {
 }
 
 std::shared_ptr<Service> EngineProcess::Create(const std::string& configuration) const {
-  if (!options_error_.empty()) throw ConfigurationError(options_error_);
+  if (!options_error_.empty()) {
+    throw ConfigurationError(options_error_);
+  }
   return std::make_shared<Service>(ReadConfiguration(configuration, options_.session),
                                    options_.version.value_or(""));
 }
@@ -43,7 +45,9 @@ void EngineProcess::Remove(std::uint64_t id) {
   std::shared_ptr<Service> removed;  // let go of outside the lock: its end waits for its workers
   const MutexLock lock(mutex_);
   const auto found = services_.find(id);
-  if (found == services_.end()) return;
+  if (found == services_.end()) {
+    return;
+  }
   removed = std::move(found->second);
   services_.erase(found);
 }

@@ -9,7 +9,9 @@ std::int32_t singbox_set_crash_output(const char* path) {
   }
   return korvane::stand_in::WithoutExceptions(std::int32_t{1}, [path] {
     const std::string text = path == nullptr ? "" : path;
-    if (korvane::stand_in::SetCrashOutput(text)) return std::int32_t{0};
+    if (korvane::stand_in::SetCrashOutput(text)) {
+      return std::int32_t{0};
+    }
     return korvane::stand_in::Fail({1, "open " + text + ": can't be opened"});
   });
 }

@@ -9,7 +9,9 @@ namespace {
 
 std::shared_ptr<Service> Create(const char* configuration) {
   return WithoutExceptions(std::shared_ptr<Service>(), [configuration] {
-    if (configuration == nullptr) throw ConfigurationError("decode config: no text");
+    if (configuration == nullptr) {
+      throw ConfigurationError("decode config: no text");
+    }
     return EngineProcess::Get().Create(configuration);
   });
 }
@@ -31,7 +33,9 @@ using korvane::stand_in::EngineProcess;
 
 std::uint64_t singbox_new_service(const char* configuration) {
   auto service = korvane::stand_in::Create(configuration);
-  if (!service) return 0;
+  if (!service) {
+    return 0;
+  }
   korvane::stand_in::MakeNoise(service->options());
   if (const auto failure = service->options().new_service.Play()) {
     korvane::stand_in::Fail(*failure);
@@ -42,7 +46,9 @@ std::uint64_t singbox_new_service(const char* configuration) {
 
 std::int32_t singbox_start_service(std::uint64_t id) {
   const auto service = EngineProcess::Get().Find(id);
-  if (!service) return korvane::stand_in::FailUnknownService();
+  if (!service) {
+    return korvane::stand_in::FailUnknownService();
+  }
   korvane::stand_in::MakeNoise(service->options());
   if (const auto failure = service->options().start_service.Play()) {
     return korvane::stand_in::Fail(*failure);
@@ -52,12 +58,16 @@ std::int32_t singbox_start_service(std::uint64_t id) {
 
 char* singbox_get_version() {
   const auto& options = EngineProcess::Get().options();
-  if (options.get_version.Play()) return nullptr;
+  if (options.get_version.Play()) {
+    return nullptr;
+  }
   return korvane::stand_in::OwnedByCaller(options.version);
 }
 
 char* singbox_get_last_error() {
-  if (EngineProcess::Get().options().get_last_error.Play()) return nullptr;
+  if (EngineProcess::Get().options().get_last_error.Play()) {
+    return nullptr;
+  }
   return korvane::stand_in::OwnedByCaller(EngineProcess::Get().LastError());
 }
 

@@ -9,7 +9,9 @@ void JsonNode::Refuse(const std::string& why) const {
 }
 
 void JsonNode::Require(bool right_type, const char* type) const {
-  if (!right_type) Refuse(std::string("expected ") + type + ", got " + value_->type_name());
+  if (!right_type) {
+    Refuse(std::string("expected ") + type + ", got " + value_->type_name());
+  }
 }
 
 JsonNode JsonNode::Member(const std::string& key, const nlohmann::json& value) const {
@@ -19,7 +21,9 @@ JsonNode JsonNode::Member(const std::string& key, const nlohmann::json& value) c
 std::optional<JsonNode> JsonNode::Find(const char* key) const {
   Require(value_->is_object(), "an object");
   const auto found = value_->find(key);
-  if (found == value_->end() || found->is_null()) return std::nullopt;
+  if (found == value_->end() || found->is_null()) {
+    return std::nullopt;
+  }
   return Member(key, *found);
 }
 
@@ -40,7 +44,9 @@ std::vector<JsonNode> JsonNode::Items() const {
 std::vector<std::pair<std::string, JsonNode>> JsonNode::Members() const {
   Require(value_->is_object(), "an object");
   std::vector<std::pair<std::string, JsonNode>> members;
-  for (const auto& [key, value] : value_->items()) members.emplace_back(key, Member(key, value));
+  for (const auto& [key, value] : value_->items()) {
+    members.emplace_back(key, Member(key, value));
+  }
   return members;
 }
 

@@ -31,13 +31,19 @@ RouteStatus FromDial(net::DialStatus status) {
 RouteStatus Linger(milliseconds time, Deadline deadline, const net::StopSignal& stop) {
   const int left = deadline.RemainingMs();
   const bool too_long = left >= 0 && milliseconds(left) < time;
-  if (stop.RaisedWithin(too_long ? milliseconds(left) : time)) return RouteStatus::kStopped;
+  if (stop.RaisedWithin(too_long ? milliseconds(left) : time)) {
+    return RouteStatus::kStopped;
+  }
   return too_long ? RouteStatus::kTimedOut : RouteStatus::kDone;
 }
 
 RouteStatus PlayFault(DialFault fault, Deadline deadline, const net::StopSignal& stop) {
-  if (fault == DialFault::kNone) return RouteStatus::kDone;
-  if (fault == DialFault::kRefused) return RouteStatus::kRefused;
+  if (fault == DialFault::kNone) {
+    return RouteStatus::kDone;
+  }
+  if (fault == DialFault::kRefused) {
+    return RouteStatus::kRefused;
+  }
   const net::WaitStatus waited = net::Wait({}, &stop, deadline);
   return waited == net::WaitStatus::kStopped ? RouteStatus::kStopped : RouteStatus::kTimedOut;
 }
@@ -53,11 +59,17 @@ Routed OutboundDialer::Dial(const std::string& tag, const net::Authority& to,
                             Deadline deadline) const {
   const std::string leaf = graph_.Leaf(tag);
   const Outbound* outbound = graph_.Find(leaf);
-  if (outbound != nullptr && outbound->type == "block") return {RouteStatus::kBlocked, {}};
+  if (outbound != nullptr && outbound->type == "block") {
+    return {RouteStatus::kBlocked, {}};
+  }
   const OutboundOptions options = OptionsOf(leaf);
   RouteStatus status = Linger(options.delay, deadline, stop_);
-  if (status == RouteStatus::kDone) status = PlayFault(options.fault, deadline, stop_);
-  if (status != RouteStatus::kDone) return {status, {}};
+  if (status == RouteStatus::kDone) {
+    status = PlayFault(options.fault, deadline, stop_);
+  }
+  if (status != RouteStatus::kDone) {
+    return {status, {}};
+  }
   net::Dialled dialled = net::Dial(to.host, to.port, &stop_, deadline);
   return {FromDial(dialled.status), std::move(dialled.socket)};
 }
@@ -65,14 +77,25 @@ Routed OutboundDialer::Dial(const std::string& tag, const net::Authority& to,
 DelayStatus OutboundDialer::Probe(const std::string& leaf, const std::string& url_text,
                                   Deadline deadline) const {
   const auto url = net::ParseUrl(options_.probe_url.empty() ? url_text : options_.probe_url);
-  if (!url || url->scheme != "http") return DelayStatus::kFailed;
+  if (!url || url->scheme != "http") {
+    return DelayStatus::kFailed;
+  }
+  if (deadline.passed()) {
+    return DelayStatus::kTimedOut;
+  }
   Routed routed = Dial(leaf, url->authority, deadline);
-  if (routed.status == RouteStatus::kTimedOut) return DelayStatus::kTimedOut;
-  if (routed.status != RouteStatus::kDone) return DelayStatus::kFailed;
+  if (routed.status == RouteStatus::kTimedOut) {
+    return DelayStatus::kTimedOut;
+  }
+  if (routed.status != RouteStatus::kDone) {
+    return DelayStatus::kFailed;
+  }
   net::HttpReader reader(routed.socket);
   net::HttpHead head;
   const IoStatus status = net::GetHead(routed.socket, reader, *url, false, head, deadline);
-  if (status == IoStatus::kDone) return DelayStatus::kDone;
+  if (status == IoStatus::kDone) {
+    return DelayStatus::kDone;
+  }
   return status == IoStatus::kTimedOut ? DelayStatus::kTimedOut : DelayStatus::kFailed;
 }
 

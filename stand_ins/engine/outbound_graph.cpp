@@ -3,11 +3,16 @@
 #include <algorithm>
 #include <utility>
 
+#include "engine/outbound_order.h"
+
 namespace korvane::stand_in {
 
-OutboundGraph::OutboundGraph(std::vector<Outbound> outbounds) : outbounds_(std::move(outbounds)) {
+OutboundGraph::OutboundGraph(std::vector<Outbound> outbounds)
+    : outbounds_(std::move(outbounds)), members_first_(MembersFirst(outbounds_)) {
   for (const Outbound& outbound : outbounds_) {
-    if (outbound.type == "selector") selected_[outbound.tag] = outbound.default_member;
+    if (outbound.type == "selector") {
+      selected_[outbound.tag] = outbound.default_member;
+    }
   }
 }
 
@@ -19,38 +24,51 @@ const Outbound* OutboundGraph::Find(const std::string& tag) const {
 std::string OutboundGraph::Now(const std::string& tag) const {
   const Outbound* outbound = Find(tag);
   const MutexLock lock(mutex_);
-  return NowLocked(*outbound);
+  return NowOf(*outbound, AllLeaves());
 }
 
 std::string OutboundGraph::Leaf(const std::string& tag) const {
   const MutexLock lock(mutex_);
-  return LeafLocked(tag);
+  const Leaves leaves = AllLeaves();
+  const auto leaf = leaves.find(tag);
+  return leaf == leaves.end() ? tag : leaf->second;
 }
 
-std::string OutboundGraph::NowLocked(const Outbound& outbound) const {
-  if (outbound.type == "selector") return selected_.at(outbound.tag);
-  if (outbound.type != "urltest") return {};
+OutboundGraph::Leaves OutboundGraph::AllLeaves() const {
+  // Members first: by recursion a chain of groups would take twice as long with each link.
+  Leaves leaves;
+  for (const Outbound* outbound : members_first_) {
+    const bool group = !outbound->members.empty();
+    leaves[outbound->tag] = group ? leaves.at(NowOf(*outbound, leaves)) : outbound->tag;
+  }
+  return leaves;
+}
+
+std::string OutboundGraph::NowOf(const Outbound& outbound, const Leaves& leaves) const {
+  if (outbound.type == "selector") {
+    return selected_.at(outbound.tag);
+  }
+  if (outbound.type != "urltest") {
+    return {};
+  }
   const std::string* fastest = &outbound.members.front();
   std::optional<int> best;
   for (const std::string& member : outbound.members) {
-    const auto delay = delays_.find(LeafLocked(member));
-    if (delay == delays_.end() || (best && delay->second.delay_ms >= *best)) continue;
+    const auto delay = delays_.find(leaves.at(member));
+    if (delay == delays_.end() || (best && delay->second.delay_ms >= *best)) {
+      continue;
+    }
     best = delay->second.delay_ms;
     fastest = &member;
   }
   return *fastest;
 }
 
-std::string OutboundGraph::LeafLocked(const std::string& tag) const {
-  // The configuration has no circles, so the chain has an end.
-  const Outbound* outbound = Find(tag);
-  while (outbound != nullptr && !outbound->members.empty()) outbound = Find(NowLocked(*outbound));
-  return outbound == nullptr ? tag : outbound->tag;
-}
-
 SelectStatus OutboundGraph::Select(const std::string& tag, const std::string& member) {
   const Outbound* outbound = Find(tag);
-  if (outbound->type != "selector") return SelectStatus::kNoSelector;
+  if (outbound->type != "selector") {
+    return SelectStatus::kNoSelector;
+  }
   if (std::ranges::find(outbound->members, member) == outbound->members.end()) {
     return SelectStatus::kNoMember;
   }
@@ -69,9 +87,12 @@ void OutboundGraph::Record(const std::string& leaf, std::optional<int> delay_ms)
 }
 
 std::optional<DelayRecord> OutboundGraph::LastDelay(const std::string& tag) const {
+  const std::string leaf = Leaf(tag);
   const MutexLock lock(mutex_);
-  const auto found = delays_.find(LeafLocked(tag));
-  if (found == delays_.end()) return std::nullopt;
+  const auto found = delays_.find(leaf);
+  if (found == delays_.end()) {
+    return std::nullopt;
+  }
   return found->second;
 }
 

@@ -20,7 +20,8 @@ struct DelayRecord {
 
 enum class SelectStatus { kDone, kNoSelector, kNoMember };
 
-// Any thread. Every tag that is passed must be one of the configuration's, but for Find.
+// The outbounds have no circles. Any thread. Every tag that is passed is one of them, but for Find
+// and Leaf.
 class OutboundGraph {
  public:
   explicit OutboundGraph(std::vector<Outbound> outbounds);
@@ -43,10 +44,14 @@ class OutboundGraph {
   std::optional<DelayRecord> LastDelay(const std::string& tag) const KORVANE_EXCLUDES(mutex_);
 
  private:
-  std::string NowLocked(const Outbound& outbound) const KORVANE_REQUIRES(mutex_);
-  std::string LeafLocked(const std::string& tag) const KORVANE_REQUIRES(mutex_);
+  using Leaves = std::map<std::string, std::string>;  // by tag
+
+  Leaves AllLeaves() const KORVANE_REQUIRES(mutex_);
+  // `leaves` holds those of its members.
+  std::string NowOf(const Outbound& outbound, const Leaves& leaves) const KORVANE_REQUIRES(mutex_);
 
   const std::vector<Outbound> outbounds_;
+  const std::vector<const Outbound*> members_first_;
   mutable Mutex mutex_;
   std::map<std::string, std::string> selected_ KORVANE_GUARDED_BY(mutex_);  // by selector
   std::map<std::string, DelayRecord> delays_ KORVANE_GUARDED_BY(mutex_);    // by leaf

@@ -52,9 +52,13 @@ HttpHead ForServer(HttpHead head, const net::Url& url) {
 void ServeConnect(net::Socket& client, net::HttpReader& reader, const HttpHead& head,
                   const OutboundDialer& dialer, const std::string& outbound) {
   const auto to = net::ParseAuthority(head.Word(1), 0);
-  if (!to) return Answer(client, 400, "CONNECT needs host and port\n");
+  if (!to) {
+    return Answer(client, 400, "CONNECT needs host and port\n");
+  }
   Routed routed = dialer.Dial(outbound, *to, Deadline::Never());
-  if (routed.status != RouteStatus::kDone) return AnswerFailure(client, routed.status);
+  if (routed.status != RouteStatus::kDone) {
+    return AnswerFailure(client, routed.status);
+  }
   if (client.Send("HTTP/1.1 200 Connection established\r\n\r\n", Deadline::Never()) !=
           IoStatus::kDone ||
       routed.socket.Send(reader.TakeRest(), Deadline::Never()) != IoStatus::kDone) {
@@ -66,11 +70,17 @@ void ServeConnect(net::Socket& client, net::HttpReader& reader, const HttpHead& 
 void ServeRequest(net::Socket& client, net::HttpReader& reader, const HttpHead& head,
                   const OutboundDialer& dialer, const std::string& outbound) {
   const auto url = net::ParseUrl(head.Word(1));
-  if (!url || url->scheme != "http") return Answer(client, 400, "this is a proxy\n");
+  if (!url || url->scheme != "http") {
+    return Answer(client, 400, "this is a proxy\n");
+  }
   Routed routed = dialer.Dial(outbound, url->authority, Deadline::Never());
-  if (routed.status != RouteStatus::kDone) return AnswerFailure(client, routed.status);
+  if (routed.status != RouteStatus::kDone) {
+    return AnswerFailure(client, routed.status);
+  }
   const std::string request = ForServer(head, *url).Text() + reader.TakeRest();
-  if (routed.socket.Send(request, Deadline::Never()) != IoStatus::kDone) return;
+  if (routed.socket.Send(request, Deadline::Never()) != IoStatus::kDone) {
+    return;
+  }
   net::Pump(client, routed.socket);
 }
 
@@ -78,9 +88,15 @@ void ServeHttp(net::Socket& client, const OutboundDialer& dialer, const std::str
   net::HttpReader reader(client);
   HttpHead head;
   const IoStatus status = reader.ReadHead(head, Deadline::Never());
-  if (status == IoStatus::kFailed) return Answer(client, 400, "no HTTP request\n");
-  if (status != IoStatus::kDone) return;
-  if (head.Word(0) == "CONNECT") return ServeConnect(client, reader, head, dialer, outbound);
+  if (status == IoStatus::kFailed) {
+    return Answer(client, 400, "no HTTP request\n");
+  }
+  if (status != IoStatus::kDone) {
+    return;
+  }
+  if (head.Word(0) == "CONNECT") {
+    return ServeConnect(client, reader, head, dialer, outbound);
+  }
   ServeRequest(client, reader, head, dialer, outbound);
 }
 
@@ -89,10 +105,16 @@ void ServeHttp(net::Socket& client, const OutboundDialer& dialer, const std::str
 void ServeProxyConnection(net::Socket& client, const OutboundDialer& dialer,
                           const std::string& outbound) {
   const std::optional<char> first = client.Peek(Deadline::Never());
-  if (!first) return;
-  if (*first != kSocks5Version) return ServeHttp(client, dialer, outbound);
+  if (!first) {
+    return;
+  }
+  if (*first != kSocks5Version) {
+    return ServeHttp(client, dialer, outbound);
+  }
   Routed routed = AcceptSocks5(client, dialer, outbound);
-  if (routed.status == RouteStatus::kDone) net::Pump(client, routed.socket);
+  if (routed.status == RouteStatus::kDone) {
+    net::Pump(client, routed.socket);
+  }
 }
 
 }  // namespace korvane::stand_in

@@ -30,10 +30,16 @@ Service::Service(Configuration configuration, std::string version)
 
 std::optional<std::string> Service::Start() {
   const MutexLock lock(mutex_);
-  if (std::exchange(started_, true)) return "service already started";
+  if (std::exchange(started_, true)) {
+    return "service already started";
+  }
   Opened opened;
-  if (auto failure = ClaimTunNames()) return failure;
-  if (auto failure = Open(opened)) return failure;
+  if (auto failure = ClaimTunNames()) {
+    return failure;
+  }
+  if (auto failure = Open(opened)) {
+    return failure;
+  }
   Run(std::move(opened));
   return std::nullopt;
 }
@@ -50,7 +56,9 @@ void Service::Close() {
 std::optional<std::string> Service::ClaimTunNames() const {
   const auto& taken = options().tun_names_taken;
   for (const Inbound& inbound : configuration_.inbounds) {
-    if (inbound.type != "tun") continue;
+    if (inbound.type != "tun") {
+      continue;
+    }
     if (options().every_tun_name_taken ||
         std::ranges::find(taken, inbound.interface_name) != taken.end()) {
       return "configure tun interface: Cannot create a file when that file already exists.";
@@ -60,19 +68,25 @@ std::optional<std::string> Service::ClaimTunNames() const {
 }
 
 std::optional<std::string> Service::Open(Opened& opened) const {
-  if (auto failure = OpenInbounds(opened)) return failure;
+  if (auto failure = OpenInbounds(opened)) {
+    return failure;
+  }
   if (configuration_.clash) {
     const net::Authority& at = configuration_.clash->listen;
     std::string error;
     opened.clash = net::Listener::Open(at.host, at.port, &stop_, error);
-    if (!opened.clash) return "start clash api: external controller " + ListenError(at, error);
+    if (!opened.clash) {
+      return "start clash api: external controller " + ListenError(at, error);
+    }
   }
   return HoldConnections(opened);
 }
 
 std::optional<std::string> Service::OpenInbounds(Opened& opened) const {
   for (const Inbound& inbound : configuration_.inbounds) {
-    if (inbound.type == "tun") continue;
+    if (inbound.type == "tun") {
+      continue;
+    }
     std::string error;
     auto listener = net::Listener::Open(inbound.listen.host, inbound.listen.port, &stop_, error);
     if (!listener) {

@@ -63,7 +63,9 @@ void SendReply(net::Socket& client, Reply reply) {
 bool Greet(net::Socket& client, Bytes& bytes) {
   const std::uint8_t version = bytes.Byte();
   const std::string methods = bytes.Take(bytes.Byte());
-  if (!bytes.ok() || version != kSocks5Version) return false;
+  if (!bytes.ok() || version != kSocks5Version) {
+    return false;
+  }
   const bool offered = methods.find(static_cast<char>(kNoAuthentication)) != std::string::npos;
   const std::uint8_t chosen = offered ? kNoAuthentication : kNoneAcceptable;
   const std::array<char, 2> answer{kSocks5Version, static_cast<char>(chosen)};
@@ -73,7 +75,9 @@ bool Greet(net::Socket& client, Bytes& bytes) {
 std::string TextV4(const std::string& bytes) {
   std::string text;
   for (const char byte : bytes) {
-    if (!text.empty()) text += '.';
+    if (!text.empty()) {
+      text += '.';
+    }
     text += std::to_string(static_cast<std::uint8_t>(byte));
   }
   return text;
@@ -84,7 +88,9 @@ std::string TextV6(const std::string& bytes) {
   std::string text;
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     const auto byte = static_cast<std::uint8_t>(bytes[i]);
-    if (i > 0 && i % 2 == 0) text += ':';
+    if (i > 0 && i % 2 == 0) {
+      text += ':';
+    }
     text += kDigits[byte >> 4];
     text += kDigits[byte & 15];
   }
@@ -133,17 +139,27 @@ Routed Refuse(net::Socket& client, Reply reply) {
 Routed AcceptSocks5(net::Socket& client, const OutboundDialer& dialer,
                     const std::string& outbound) {
   Bytes bytes(client);
-  if (!Greet(client, bytes)) return {RouteStatus::kRefused, {}};
+  if (!Greet(client, bytes)) {
+    return {RouteStatus::kRefused, {}};
+  }
   const std::uint8_t version = bytes.Byte();
   const std::uint8_t command = bytes.Byte();
   bytes.Byte();  // reserved
   const auto host = TakeHost(bytes);
-  if (!bytes.ok() || version != kSocks5Version) return {RouteStatus::kRefused, {}};
-  if (!host) return Refuse(client, Reply::kAddressTypeNotSupported);
+  if (!bytes.ok() || version != kSocks5Version) {
+    return {RouteStatus::kRefused, {}};
+  }
+  if (!host) {
+    return Refuse(client, Reply::kAddressTypeNotSupported);
+  }
   const unsigned high = bytes.Byte();
   const unsigned port = (high << 8) | bytes.Byte();
-  if (!bytes.ok()) return {RouteStatus::kRefused, {}};
-  if (command != kConnect) return Refuse(client, Reply::kCommandNotSupported);
+  if (!bytes.ok()) {
+    return {RouteStatus::kRefused, {}};
+  }
+  if (command != kConnect) {
+    return Refuse(client, Reply::kCommandNotSupported);
+  }
   Routed routed =
       dialer.Dial(outbound, {*host, static_cast<std::uint16_t>(port)}, Deadline::Never());
   SendReply(client, ReplyFor(routed.status));

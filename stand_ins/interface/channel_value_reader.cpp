@@ -10,8 +10,12 @@ namespace korvane::stand_in {
 namespace {
 
 Json DoubleForm(double value) {
-  if (std::isnan(value)) return "NaN";
-  if (std::isinf(value)) return value > 0 ? "Infinity" : "-Infinity";
+  if (std::isnan(value)) {
+    return "NaN";
+  }
+  if (std::isinf(value)) {
+    return value > 0 ? "Infinity" : "-Infinity";
+  }
   return value;
 }
 
@@ -26,7 +30,9 @@ Json Form(const char* name, Json content) {
 bool PrintsAsObject(const Json& pairs) {
   std::unordered_set<std::string> seen;
   for (const auto& pair : pairs) {
-    if (!pair[0].is_string() || !seen.insert(pair[0].get<std::string>()).second) return false;
+    if (!pair[0].is_string() || !seen.insert(pair[0].get<std::string>()).second) {
+      return false;
+    }
   }
   return pairs.size() != 1 || !seen.begin()->starts_with('$');
 }
@@ -42,7 +48,9 @@ Json TextForm(std::string_view bytes) {
     std::string latin1;
     for (const char c : bytes) {
       const auto byte = static_cast<unsigned char>(c);
-      if (byte >= 0x80) latin1.push_back(static_cast<char>(0xC0 | (byte >> 6)));
+      if (byte >= 0x80) {
+        latin1.push_back(static_cast<char>(0xC0 | (byte >> 6)));
+      }
       latin1.push_back(byte >= 0x80 ? static_cast<char>(0x80 | (byte & 0x3F)) : c);
     }
     return Form("$latin1", latin1);
@@ -50,7 +58,9 @@ Json TextForm(std::string_view bytes) {
 }
 
 Json ValueReader::Read() {
-  if (++depth_ > kNestingLimit) Fail("nested too deeply");
+  if (++depth_ > kNestingLimit) {
+    Fail("nested too deeply");
+  }
   Json value = error_.empty() ? ReadOfType(ReadByte()) : Json();
   --depth_;
   return error_.empty() ? value : Json();
@@ -112,7 +122,9 @@ Json ValueReader::ReadBytes() { return Form("$bytes", HexFromBytes(TakeBytes(Tak
 
 Json ValueReader::ReadList() {
   Json list = Json::array();
-  for (auto left = TakeSize(1); left > 0 && error_.empty(); --left) list.push_back(Read());
+  for (auto left = TakeSize(1); left > 0 && error_.empty(); --left) {
+    list.push_back(Read());
+  }
   return list;
 }
 
@@ -122,9 +134,13 @@ Json ValueReader::ReadMap() {
     Json key = Read();
     pairs.push_back(Json::array({std::move(key), Read()}));
   }
-  if (!PrintsAsObject(pairs)) return Form("$map", std::move(pairs));
+  if (!PrintsAsObject(pairs)) {
+    return Form("$map", std::move(pairs));
+  }
   Json object = Json::object();
-  for (auto& pair : pairs) object[pair[0].get<std::string>()] = std::move(pair[1]);
+  for (auto& pair : pairs) {
+    object[pair[0].get<std::string>()] = std::move(pair[1]);
+  }
   return object;
 }
 
@@ -147,16 +163,24 @@ template <typename T>
 T ValueReader::Take() {
   const auto bytes = TakeBytes(sizeof(T));
   T value{};
-  if (!bytes.empty()) std::memcpy(&value, bytes.data(), sizeof(T));
+  if (!bytes.empty()) {
+    std::memcpy(&value, bytes.data(), sizeof(T));
+  }
   return value;
 }
 
 std::size_t ValueReader::TakeSize(std::size_t width) {
   const auto first = Take<std::uint8_t>();
   std::size_t size = first;
-  if (first == 254) size = Take<std::uint16_t>();
-  if (first == 255) size = Take<std::uint32_t>();
-  if (size > (message_.size() - position_) / width) Fail("a size that the bytes don't hold");
+  if (first == 254) {
+    size = Take<std::uint16_t>();
+  }
+  if (first == 255) {
+    size = Take<std::uint32_t>();
+  }
+  if (size > (message_.size() - position_) / width) {
+    Fail("a size that the bytes don't hold");
+  }
   return error_.empty() ? size : 0;
 }
 
@@ -173,7 +197,9 @@ std::span<const std::uint8_t> ValueReader::TakeBytes(std::size_t count) {
 void ValueReader::Align(std::size_t width) { TakeBytes((width - position_ % width) % width); }
 
 void ValueReader::Fail(std::string why) {
-  if (error_.empty()) error_ = std::move(why);
+  if (error_.empty()) {
+    error_ = std::move(why);
+  }
 }
 
 }  // namespace korvane::stand_in

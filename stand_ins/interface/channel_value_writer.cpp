@@ -30,16 +30,28 @@ enum WireType : std::uint8_t {
 };
 
 std::optional<std::int64_t> IntegerOf(const Json& value) {
-  if (!value.is_number_integer()) return std::nullopt;
-  if (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX) return std::nullopt;
+  if (!value.is_number_integer()) {
+    return std::nullopt;
+  }
+  if (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX) {
+    return std::nullopt;
+  }
   return value.get<std::int64_t>();
 }
 
 std::optional<double> DoubleOf(const Json& value) {
-  if (value.is_number()) return value.get<double>();
-  if (value == "NaN") return std::numeric_limits<double>::quiet_NaN();
-  if (value == "Infinity") return std::numeric_limits<double>::infinity();
-  if (value == "-Infinity") return -std::numeric_limits<double>::infinity();
+  if (value.is_number()) {
+    return value.get<double>();
+  }
+  if (value == "NaN") {
+    return std::numeric_limits<double>::quiet_NaN();
+  }
+  if (value == "Infinity") {
+    return std::numeric_limits<double>::infinity();
+  }
+  if (value == "-Infinity") {
+    return -std::numeric_limits<double>::infinity();
+  }
   return std::nullopt;
 }
 
@@ -75,7 +87,9 @@ std::optional<std::string> BytesFromLatin1(const std::string& utf8) {
 }  // namespace
 
 void ValueWriter::Write(const Json& value) {
-  if (++depth_ > kNestingLimit) Fail("nested too deeply");
+  if (++depth_ > kNestingLimit) {
+    Fail("nested too deeply");
+  }
   if (error_.empty()) {
     switch (value.type()) {
       case Json::value_t::null:
@@ -116,7 +130,9 @@ void ValueWriter::WriteString(std::string_view bytes) {
 
 void ValueWriter::WriteInteger(const Json& value) {
   const auto number = IntegerOf(value);
-  if (!number) return Fail("an integer above 64 bits");
+  if (!number) {
+    return Fail("an integer above 64 bits");
+  }
   if (std::in_range<std::int32_t>(*number)) {
     Append<std::uint8_t>(kInt32);
     Append(static_cast<std::int32_t>(*number));
@@ -135,13 +151,17 @@ void ValueWriter::WriteDouble(double value) {
 void ValueWriter::WriteList(const Json& list) {
   Append<std::uint8_t>(kList);
   AppendSize(list.size());
-  for (const auto& element : list) Write(element);
+  for (const auto& element : list) {
+    Write(element);
+  }
 }
 
 void ValueWriter::WriteObject(const Json& object) {
   if (object.size() == 1 && object.begin().key().starts_with('$')) {
     const auto& name = object.begin().key();
-    if (!WriteForm(name, object.begin().value())) Fail("\"" + name + "\" is no form of a value");
+    if (!WriteForm(name, object.begin().value())) {
+      Fail("\"" + name + "\" is no form of a value");
+    }
     return;
   }
   Append<std::uint8_t>(kMap);
@@ -180,14 +200,18 @@ bool ValueWriter::WriteForm(const std::string& name, const Json& content) {
 
 void ValueWriter::WriteInt64Form(const Json& content) {
   const auto number = IntegerOf(content);
-  if (!number) return Fail("\"$int64\" wants an integer of 64 bits");
+  if (!number) {
+    return Fail("\"$int64\" wants an integer of 64 bits");
+  }
   Append<std::uint8_t>(kInt64);
   Append(*number);
 }
 
 void ValueWriter::WriteDoubleForm(const Json& content) {
   const auto number = DoubleOf(content);
-  if (!number) return Fail("\"$double\" wants a number");
+  if (!number) {
+    return Fail("\"$double\" wants a number");
+  }
   WriteDouble(*number);
 }
 
@@ -217,19 +241,25 @@ void ValueWriter::WriteMapForm(const Json& content) {
 void ValueWriter::WriteLatin1Form(const Json& content) {
   const auto bytes =
       content.is_string() ? BytesFromLatin1(content.get_ref<const std::string&>()) : std::nullopt;
-  if (!bytes) return Fail("\"$latin1\" wants a string of characters up to U+00FF");
+  if (!bytes) {
+    return Fail("\"$latin1\" wants a string of characters up to U+00FF");
+  }
   WriteString(*bytes);
 }
 
 template <typename T>
 void ValueWriter::WriteNumberList(std::uint8_t type, const Json& content) {
-  if (!content.is_array()) return Fail("a list of numbers is wanted");
+  if (!content.is_array()) {
+    return Fail("a list of numbers is wanted");
+  }
   Append(type);
   AppendSize(content.size());
   Align(sizeof(T));
   for (const auto& element : content) {
     const auto number = NumberOf<T>(element);
-    if (!number) return Fail("a list of numbers holds something that doesn't fit");
+    if (!number) {
+      return Fail("a list of numbers holds something that doesn't fit");
+    }
     Append(*number);
   }
 }
@@ -255,18 +285,28 @@ void ValueWriter::AppendSize(std::size_t size) {
 }
 
 void ValueWriter::Align(std::size_t width) {
-  while (message_.size() % width != 0) message_.push_back(0);
+  while (message_.size() % width != 0) {
+    message_.push_back(0);
+  }
 }
 
 void ValueWriter::Fail(std::string why) {
-  if (error_.empty()) error_ = std::move(why);
+  if (error_.empty()) {
+    error_ = std::move(why);
+  }
 }
 
 bool BytesFromHex(std::string_view text, Bytes& bytes) {
   const auto digit = [](char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= '0' && c <= '9') {
+      return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+      return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+      return c - 'A' + 10;
+    }
     return -1;
   };
   bytes.clear();
@@ -277,7 +317,9 @@ bool BytesFromHex(std::string_view text, Bytes& bytes) {
     }
     const int high = digit(text[i]);
     const int low = i + 1 < text.size() ? digit(text[i + 1]) : -1;
-    if (high < 0 || low < 0) return false;
+    if (high < 0 || low < 0) {
+      return false;
+    }
     bytes.push_back(static_cast<std::uint8_t>(high * 16 + low));
     i += 2;
   }

@@ -40,7 +40,9 @@ std::set<std::string> FailuresFromEnvironment() {
   }
   std::set<std::string> words;
   std::istringstream stream(text);
-  for (std::string word; std::getline(stream, word, ',');) words.insert(word);
+  for (std::string word; std::getline(stream, word, ',');) {
+    words.insert(word);
+  }
   return words;
 }
 
@@ -67,7 +69,9 @@ class LineReader {
       }
       begin_ = 0;
       end_ = source_.Read(chunk_.data(), chunk_.size());
-      if (end_ == 0) return !line.empty();
+      if (end_ == 0) {
+        return !line.empty();
+      }
     }
   }
 
@@ -118,11 +122,15 @@ void Console::EngineEnded() {
 bool Console::OnWindowThread() const { return window_thread_.load() == std::this_thread::get_id(); }
 
 void Console::FrameRequested() {
-  if (manual_frames_) return;
+  if (manual_frames_) {
+    return;
+  }
   {
     MutexLock lock(mutex_);
     frame_due_ = !frames_released_;
-    if (frame_due_) return;
+    if (frame_due_) {
+      return;
+    }
   }
   window_thread::Run([this] { DrawFrame(); });
 }
@@ -137,18 +145,30 @@ void Console::ReadLines() {
     Complain("the input file can't be opened");
     EndProcess(kRunOutCode);
   }
-  if (source.kind() != InputSource::Kind::kFile) ReleaseFrames();
-  if (source.kind() == InputSource::Kind::kNone) return;
+  if (source.kind() != InputSource::Kind::kFile) {
+    ReleaseFrames();
+  }
+  if (source.kind() == InputSource::Kind::kNone) {
+    return;
+  }
   LineReader reader(source);
-  for (std::string line; reader.Next(line);) ReadLine(line);
+  for (std::string line; reader.Next(line);) {
+    ReadLine(line);
+  }
   EndOfInput();
 }
 
 void Console::ReadLine(std::string_view text) {
-  if (IsBlank(text)) return;
+  if (IsBlank(text)) {
+    return;
+  }
   const auto parsed = ParseInputLine(text);
-  if (!parsed.line) return Complain(parsed.error);
-  if (!LeavesFrameAlone(*parsed.line)) ReleaseFrames();
+  if (!parsed.line) {
+    return Complain(parsed.error);
+  }
+  if (!LeavesFrameAlone(*parsed.line)) {
+    ReleaseFrames();
+  }
   std::visit([this](const auto& line) { Execute(line); }, *parsed.line);
   last_was_wait_ = std::holds_alternative<WaitLine>(*parsed.line);
 }
@@ -156,7 +176,9 @@ void Console::ReadLine(std::string_view text) {
 void Console::EndOfInput() {
   ReleaseFrames();
   if (!closing_) {
-    if (!dart_.WaitForReplies(end_of_input_wait_)) RunOut(Line("replies", dart_.OpenCalls()));
+    if (!dart_.WaitForReplies(end_of_input_wait_)) {
+      RunOut(Line("replies", dart_.OpenCalls()));
+    }
     Execute(CloseLine{});
   }
   MutexLock lock(mutex_);
@@ -170,7 +192,9 @@ void Console::EndOfInput() {
 
 void Console::Execute(const SendLine& line) {
   const auto handle = dart_.OpenCall(line.id);
-  if (handle == nullptr) return Complain("the call " + line.id.dump() + " is still open");
+  if (handle == nullptr) {
+    return Complain("the call " + line.id.dump() + " is still open");
+  }
   window_thread::Run([this, handle, line] { Deliver(handle, line); });
 }
 
@@ -178,7 +202,9 @@ void Console::Execute(const WaitLine& line) {
   if (line.kind == WaitLine::Kind::kReply && !dart_.Knows(line.operand)) {
     return Complain("there was no call " + line.operand.dump());
   }
-  if (!journal_.Wait(line, last_was_wait_)) RunOut(line.what);
+  if (!journal_.Wait(line, last_was_wait_)) {
+    RunOut(line.what);
+  }
 }
 
 void Console::Execute(const FrameLine& /*line*/) {
@@ -187,7 +213,9 @@ void Console::Execute(const FrameLine& /*line*/) {
 
 void Console::Execute(const WindowLine& line) {
   auto lparam = line.lparam;
-  if (line.text) lparam = reinterpret_cast<std::intptr_t>(texts_.emplace_back(*line.text).c_str());
+  if (line.text) {
+    lparam = reinterpret_cast<std::intptr_t>(texts_.emplace_back(*line.text).c_str());
+  }
   if (line.rectangle) {
     lparam = reinterpret_cast<std::intptr_t>(&rectangles_.emplace_back(*line.rectangle));
   }
@@ -210,7 +238,9 @@ void Console::Execute(const SleepLine& line) { std::this_thread::sleep_for(line.
 
 void Console::Execute(const CloseLine& /*line*/) {
   closing_ = true;
-  if (!window_thread::PostToHost(kWmClose, 0, 0, false)) Complain("there is no window to close");
+  if (!window_thread::PostToHost(kWmClose, 0, 0, false)) {
+    Complain("there is no window to close");
+  }
 }
 
 void Console::Execute(const AbortLine& /*line*/) { CrashProcess(); }
@@ -219,26 +249,34 @@ void Console::ReleaseFrames() {
   {
     MutexLock lock(mutex_);
     frames_released_ = true;
-    if (!frame_due_) return;
+    if (!frame_due_) {
+      return;
+    }
     frame_due_ = false;
   }
   window_thread::Run([this] { DrawFrame(); });
 }
 
 void Console::DrawFrame() {
-  if (engine_ == nullptr || engine_->next_frame == nullptr) return;
+  if (engine_ == nullptr || engine_->next_frame == nullptr) {
+    return;
+  }
   const auto callback = std::exchange(engine_->next_frame, nullptr);
   callback(engine_->next_frame_data);
 }
 
 void Console::Deliver(DartSide::ResponseHandle handle, const SendLine& line) {
-  if (engine_ == nullptr) return;
+  if (engine_ == nullptr) {
+    return;
+  }
   auto* messenger = engine_->messenger;
   FlutterDesktopMessenger::Receiver receiver;
   {
     MutexLock lock(messenger->receivers_mutex);
     const auto found = messenger->receivers.find(line.channel);
-    if (found != messenger->receivers.end()) receiver = found->second;
+    if (found != messenger->receivers.end()) {
+      receiver = found->second;
+    }
   }
   if (receiver.callback == nullptr) {
     dart_.TakeReply(handle, {}, true);

@@ -43,14 +43,24 @@ bool IsError(const Json& error) {
 }
 
 Json DescribeEnvelope(std::span<const std::uint8_t> envelope, const EnvelopeKeys& keys) {
-  if (envelope.empty()) return Json{{keys.empty, true}};
+  if (envelope.empty()) {
+    return Json{{keys.empty, true}};
+  }
   ValueReader reader(envelope);
   const auto kind = reader.ReadByte();
   Json content = kind == 0 ? reader.Read() : ReadError(reader);
-  if (kind > 1) return Malformed("no envelope", envelope);
-  if (!reader.error().empty()) return Malformed(reader.error(), envelope);
-  if (!reader.AtEnd()) return Malformed("bytes left over", envelope);
-  if (kind == 1 && !IsError(content)) return Malformed("no error envelope", envelope);
+  if (kind > 1) {
+    return Malformed("no envelope", envelope);
+  }
+  if (!reader.error().empty()) {
+    return Malformed(reader.error(), envelope);
+  }
+  if (!reader.AtEnd()) {
+    return Malformed("bytes left over", envelope);
+  }
+  if (kind == 1 && !IsError(content)) {
+    return Malformed("no error envelope", envelope);
+  }
   Json line;
   line[kind == 0 ? keys.success : keys.error] = std::move(content);
   return line;
@@ -60,14 +70,18 @@ Json DescribeEnvelope(std::span<const std::uint8_t> envelope, const EnvelopeKeys
 
 std::string ChannelName(std::string_view short_name) {
   for (const auto& channel : kChannels) {
-    if (channel.short_name == short_name) return std::string(channel.name);
+    if (channel.short_name == short_name) {
+      return std::string(channel.name);
+    }
   }
   return short_name.find('/') == std::string_view::npos ? std::string() : std::string(short_name);
 }
 
 std::string ShortChannelName(std::string_view name) {
   for (const auto& channel : kChannels) {
-    if (channel.name == name) return std::string(channel.short_name);
+    if (channel.name == name) {
+      return std::string(channel.short_name);
+    }
   }
   return std::string(name);
 }
@@ -96,9 +110,15 @@ Json DescribeCall(std::span<const std::uint8_t> message) {
   Json line;
   line["method"] = reader.Read();
   line["args"] = reader.Read();
-  if (!reader.error().empty()) return Malformed(reader.error(), message);
-  if (!reader.AtEnd()) return Malformed("bytes left over", message);
-  if (!line["method"].is_string()) return Malformed("the method's name is no text", message);
+  if (!reader.error().empty()) {
+    return Malformed(reader.error(), message);
+  }
+  if (!reader.AtEnd()) {
+    return Malformed("bytes left over", message);
+  }
+  if (!line["method"].is_string()) {
+    return Malformed("the method's name is no text", message);
+  }
   return line;
 }
 

@@ -11,9 +11,13 @@ namespace korvane::stand_in {
 DartSide::ResponseHandle DartSide::OpenCall(const Json& id) {
   MutexLock lock(mutex_);
   Json own = id;
-  while (own.is_null() || (id.is_null() && known_.contains(own.dump()))) own = ++last_id_;
+  while (own.is_null() || (id.is_null() && known_.contains(own.dump()))) {
+    own = ++last_id_;
+  }
   const auto is_same = [&](const auto& call) { return call.second == own; };
-  if (std::any_of(open_.begin(), open_.end(), is_same)) return nullptr;
+  if (std::any_of(open_.begin(), open_.end(), is_same)) {
+    return nullptr;
+  }
   known_.insert(own.dump());
   journal_.ExpectReply(own);
   last_handle_ += 16;
@@ -32,11 +36,15 @@ bool DartSide::TakeReply(ResponseHandle handle, std::span<const std::uint8_t> en
                          bool on_window_thread) {
   MutexLock lock(mutex_);
   const auto call = open_.find(handle);
-  if (call == open_.end()) return false;
+  if (call == open_.end()) {
+    return false;
+  }
   Json line;
   line["reply"] = call->second;
   line.update(DescribeReply(envelope));
-  if (!line.contains("not_implemented")) line["thread"] = on_window_thread ? "window" : "worker";
+  if (!line.contains("not_implemented")) {
+    line["thread"] = on_window_thread ? "window" : "worker";
+  }
   // Under the lock, so that whoever waits for open calls finds the line written.
   journal_.Write(line);
   open_.erase(call);
@@ -49,7 +57,9 @@ void DartSide::TakeMessage(const std::string& channel, std::span<const std::uint
   if (channel == kVpnEventsChannel) {
     line = DescribeEvent(message);
   } else {
-    if (channel != kVpnChannel) line["channel"] = ShortChannelName(channel);
+    if (channel != kVpnChannel) {
+      line["channel"] = ShortChannelName(channel);
+    }
     line.update(DescribeCall(message));
   }
   journal_.Write(line);
@@ -63,7 +73,9 @@ bool DartSide::WaitForReplies(std::chrono::milliseconds timeout) {
   MutexLock lock(mutex_);
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (!open_.empty()) {
-    if (closed_.wait_until(mutex_, deadline) == std::cv_status::timeout) return open_.empty();
+    if (closed_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
+      return open_.empty();
+    }
   }
   return true;
 }
@@ -71,7 +83,9 @@ bool DartSide::WaitForReplies(std::chrono::milliseconds timeout) {
 Json DartSide::OpenCalls() {
   MutexLock lock(mutex_);
   Json ids = Json::array();
-  for (const auto& [handle, id] : open_) ids.push_back(id);
+  for (const auto& [handle, id] : open_) {
+    ids.push_back(id);
+  }
   return ids;
 }
 

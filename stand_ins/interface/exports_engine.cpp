@@ -28,9 +28,13 @@ void ReportWindow(const char* change) {
 
 // Paths of this system are ASCII.
 Json WideText(const wchar_t* text) {
-  if (text == nullptr) return nullptr;
+  if (text == nullptr) {
+    return nullptr;
+  }
   std::string narrow;
-  for (; *text != L'\0'; ++text) narrow.push_back(*text < 0x80 ? static_cast<char>(*text) : '?');
+  for (; *text != L'\0'; ++text) {
+    narrow.push_back(*text < 0x80 ? static_cast<char>(*text) : '?');
+  }
   return narrow;
 }
 
@@ -65,8 +69,12 @@ void EndEngine(std::unique_ptr<FlutterDesktopEngine> engine) {
 }
 
 AdapterKind KindOfAdapter(Console& console) {
-  if (console.Fails("adapter_description")) return AdapterKind::kUndescribed;
-  if (console.Fails("adapter_encoding")) return AdapterKind::kNotEncodable;
+  if (console.Fails("adapter_description")) {
+    return AdapterKind::kUndescribed;
+  }
+  if (console.Fails("adapter_encoding")) {
+    return AdapterKind::kNotEncodable;
+  }
   return AdapterKind::kDescribed;
 }
 
@@ -76,7 +84,9 @@ FlutterDesktopEngineRef FlutterDesktopEngineCreate(
     const FlutterDesktopEngineProperties* properties) {
   auto& console = Console::Get();
   console.journal().Write(DescribeProperties(*properties));
-  if (console.Fails("engine")) return nullptr;
+  if (console.Fails("engine")) {
+    return nullptr;
+  }
   auto engine = std::make_unique<FlutterDesktopEngine>();
   engine->messenger = std::make_unique<FlutterDesktopMessenger>().release();
   return engine.release();
@@ -99,7 +109,9 @@ FlutterDesktopPluginRegistrarRef FlutterDesktopEngineGetPluginRegistrar(
   console.journal().Write(line);
   const auto [registrar, is_new] =
       engine->registrars.try_emplace(plugin_name, FlutterDesktopPluginRegistrar{plugin_name});
-  if (!is_new) console.Violation(std::string("a second registrar for ") + plugin_name);
+  if (!is_new) {
+    console.Violation(std::string("a second registrar for ") + plugin_name);
+  }
   return &registrar->second;
 }
 
@@ -113,15 +125,21 @@ void FlutterDesktopEngineSetNextFrameCallback(FlutterDesktopEngineRef engine,
                                               FlutterDesktopVoidCallback callback,
                                               void* user_data) {
   auto& console = Console::Get();
-  if (!console.OnWindowThread()) console.Violation("SetNextFrameCallback off the window thread");
-  if (engine->next_frame != nullptr) console.Violation("a second next-frame callback at a time");
+  if (!console.OnWindowThread()) {
+    console.Violation("SetNextFrameCallback off the window thread");
+  }
+  if (engine->next_frame != nullptr) {
+    console.Violation("a second next-frame callback at a time");
+  }
   engine->next_frame = callback;
   engine->next_frame_data = user_data;
 }
 
 bool FlutterDesktopEngineGetGraphicsAdapter(FlutterDesktopEngineRef /*engine*/, void** adapter) {
   auto& console = Console::Get();
-  if (console.Fails("graphics_adapter")) return false;
+  if (console.Fails("graphics_adapter")) {
+    return false;
+  }
   *adapter = korvane::stand_in::MakeGraphicsAdapter(KindOfAdapter(console));
   return true;
 }
@@ -132,9 +150,13 @@ FlutterDesktopViewControllerRef FlutterDesktopViewControllerCreate(int width, in
   auto controller = std::make_unique<FlutterDesktopViewController>();
   controller->engine.reset(engine);
   const bool opened = !console.Fails("view_controller") && window_thread::Open();
-  if (opened) controller->view.window = window_thread::CreateView(width, height);
+  if (opened) {
+    controller->view.window = window_thread::CreateView(width, height);
+  }
   if (controller->view.window == nullptr) {
-    if (opened) window_thread::Close();
+    if (opened) {
+      window_thread::Close();
+    }
     EndEngine(std::move(controller->engine));
     return nullptr;
   }
@@ -145,7 +167,9 @@ FlutterDesktopViewControllerRef FlutterDesktopViewControllerCreate(int width, in
 void FlutterDesktopViewControllerDestroy(FlutterDesktopViewControllerRef controller) {
   const std::unique_ptr<FlutterDesktopViewController> ended(controller);
   auto& console = Console::Get();
-  if (!console.OnWindowThread()) console.Violation("the engine ended off the window thread");
+  if (!console.OnWindowThread()) {
+    console.Violation("the engine ended off the window thread");
+  }
   console.EngineEnded();
   window_thread::DestroyView(ended->view.window);
   EndEngine(std::move(ended->engine));
@@ -164,7 +188,9 @@ bool FlutterDesktopViewControllerHandleTopLevelWindowProc(
     FlutterDesktopViewControllerRef /*controller*/, void* /*window*/, uint32_t message,
     uintptr_t /*wparam*/, intptr_t /*lparam*/, intptr_t* result) {
   auto& console = Console::Get();
-  if (!console.Consumes(message)) return false;
+  if (!console.Consumes(message)) {
+    return false;
+  }
   Json line;
   line["engine_consumed"] = message;
   console.journal().Write(line);

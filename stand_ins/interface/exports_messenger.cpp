@@ -37,10 +37,14 @@ bool FlutterDesktopMessengerSend(FlutterDesktopMessengerRef messenger, const cha
 bool FlutterDesktopMessengerSendWithReply(FlutterDesktopMessengerRef messenger, const char* channel,
                                           const uint8_t* message, size_t message_size,
                                           FlutterDesktopBinaryReply reply, void* user_data) {
-  if (!messenger->available) return false;
+  if (!messenger->available) {
+    return false;
+  }
   CheckThread(*messenger, "Send");
   Console::Get().dart().TakeMessage(channel, std::span(message, message_size));
-  if (reply == nullptr) return true;
+  if (reply == nullptr) {
+    return true;
+  }
   korvane::stand_in::window_thread::Run([reply, user_data, answer = DartSide::AnswerTo(channel)] {
     reply(answer.data(), answer.size(), user_data);
   });
@@ -52,7 +56,9 @@ void FlutterDesktopMessengerSendResponse(FlutterDesktopMessengerRef messenger,
                                          const uint8_t* data, size_t data_length) {
   auto& console = Console::Get();
   CheckThread(*messenger, "SendResponse");
-  if (!messenger->available) return console.Violation("SendResponse behind the engine's end");
+  if (!messenger->available) {
+    return console.Violation("SendResponse behind the engine's end");
+  }
   if (!console.dart().TakeReply(handle, std::span(data, data_length), console.OnWindowThread())) {
     console.Violation("a response handle that isn't open");
   }
@@ -75,7 +81,9 @@ FlutterDesktopMessengerRef FlutterDesktopMessengerAddRef(FlutterDesktopMessenger
 }
 
 void FlutterDesktopMessengerRelease(FlutterDesktopMessengerRef messenger) {
-  if (--messenger->references == 0) std::unique_ptr<FlutterDesktopMessenger>(messenger).reset();
+  if (--messenger->references == 0) {
+    std::unique_ptr<FlutterDesktopMessenger>(messenger).reset();
+  }
 }
 
 bool FlutterDesktopMessengerIsAvailable(FlutterDesktopMessengerRef messenger) {
@@ -97,7 +105,9 @@ FlutterDesktopMessengerRef FlutterDesktopMessengerLock(FlutterDesktopMessengerRe
 
 void FlutterDesktopMessengerUnlock(FlutterDesktopMessengerRef messenger)
     KORVANE_NO_THREAD_SAFETY_ANALYSIS {
-  if (!HoldsLock(*messenger)) return Console::Get().Violation("an unlock without the lock");
+  if (!HoldsLock(*messenger)) {
+    return Console::Get().Violation("an unlock without the lock");
+  }
   messenger->lock_owner = std::thread::id();
   messenger->lock.unlock();
 }

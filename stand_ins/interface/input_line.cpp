@@ -26,8 +26,12 @@ class Fields {
 
   std::string Text(const char* name, const std::string& absent) {
     const auto* value = Take(name);
-    if (value == nullptr) return absent;
-    if (value->is_string()) return value->get<std::string>();
+    if (value == nullptr) {
+      return absent;
+    }
+    if (value->is_string()) {
+      return value->get<std::string>();
+    }
     Fail(std::string("\"") + name + "\" wants a text");
     return absent;
   }
@@ -35,7 +39,9 @@ class Fields {
   std::int64_t Integer(const char* name, std::int64_t least, std::int64_t most,
                        std::int64_t absent) {
     const auto* value = Take(name);
-    if (value == nullptr) return absent;
+    if (value == nullptr) {
+      return absent;
+    }
     if (value->is_number_integer() &&
         !(value->is_number_unsigned() && value->get<std::uint64_t>() > INT64_MAX) &&
         value->get<std::int64_t>() >= least && value->get<std::int64_t>() <= most) {
@@ -48,17 +54,23 @@ class Fields {
 
   void WantTrue(const char* name) {
     const auto* value = Take(name);
-    if (value == nullptr || *value != true) Fail(std::string("\"") + name + "\" wants true");
+    if (value == nullptr || *value != true) {
+      Fail(std::string("\"") + name + "\" wants true");
+    }
   }
 
   void Fail(std::string why) {
-    if (error_.empty()) error_ = std::move(why);
+    if (error_.empty()) {
+      error_ = std::move(why);
+    }
   }
 
   // The error, once all fields that belong to the line were taken.
   std::string Finish() {
     for (const auto& item : object_.items()) {
-      if (!taken_.contains(item.key())) Fail("\"" + item.key() + "\" doesn't belong here");
+      if (!taken_.contains(item.key())) {
+        Fail("\"" + item.key() + "\" doesn't belong here");
+      }
     }
     return error_;
   }
@@ -71,22 +83,29 @@ class Fields {
 
 ParsedLine Finish(Fields& fields, InputLine line) {
   auto error = fields.Finish();
-  if (!error.empty()) return {std::nullopt, std::move(error)};
+  if (!error.empty()) {
+    return {std::nullopt, std::move(error)};
+  }
   return {std::move(line), {}};
 }
 
 Json TakeId(Fields& fields) {
   const auto* id = fields.Take("id");
-  if (id == nullptr) return nullptr;
-  if (!id->is_number_integer() && !id->is_string())
+  if (id == nullptr) {
+    return nullptr;
+  }
+  if (!id->is_number_integer() && !id->is_string()) {
     fields.Fail("\"id\" wants an integer or a text");
+  }
   return *id;
 }
 
 std::string TakeChannel(Fields& fields, const char* name, const std::string& absent) {
   const auto given = fields.Text(name, absent);
   auto channel = ChannelName(given);
-  if (channel.empty()) fields.Fail("there is no channel \"" + given + "\"");
+  if (channel.empty()) {
+    fields.Fail("there is no channel \"" + given + "\"");
+  }
   return channel;
 }
 
@@ -98,7 +117,9 @@ ParsedLine ParseCall(Fields& fields) {
   line.id = TakeId(fields);
   std::string error;
   line.message = EncodeCall(method, arguments == nullptr ? Json() : *arguments, error);
-  if (!error.empty()) fields.Fail("\"args\": " + error);
+  if (!error.empty()) {
+    fields.Fail("\"args\": " + error);
+  }
   return Finish(fields, std::move(line));
 }
 
@@ -117,11 +138,15 @@ ParsedLine ParseStream(Fields& fields, const char* method) {
   SendLine line;
   line.channel = TakeChannel(fields, method, "");
   line.id = TakeId(fields);
-  if (line.id.is_null()) line.id = method;
+  if (line.id.is_null()) {
+    line.id = method;
+  }
   const auto* arguments = fields.Take("args");
   std::string error;
   line.message = EncodeCall(method, arguments == nullptr ? Json() : *arguments, error);
-  if (!error.empty()) fields.Fail("\"args\": " + error);
+  if (!error.empty()) {
+    fields.Fail("\"args\": " + error);
+  }
   return Finish(fields, std::move(line));
 }
 
@@ -139,13 +164,17 @@ ParsedLine ParseWait(Fields& fields) {
     return {std::nullopt, "\"wait\" wants an object with one key"};
   }
   for (const auto& [name, kind] : kKinds) {
-    if (!what.contains(name)) continue;
+    if (!what.contains(name)) {
+      continue;
+    }
     Fields inner(what);
     Json operand = *inner.Take(name);
     if (kind == WaitLine::Kind::kIdle) {
       inner.Integer(name, 0, kLongestMs, 0);
     } else if (kind == WaitLine::Kind::kReply) {
-      if (!operand.is_number_integer() && !operand.is_string()) inner.Fail("\"reply\" wants an id");
+      if (!operand.is_number_integer() && !operand.is_string()) {
+        inner.Fail("\"reply\" wants an id");
+      }
     } else {
       inner.Text(name, "");
     }
@@ -158,7 +187,9 @@ ParsedLine ParseWait(Fields& fields) {
 
 std::optional<std::array<std::int32_t, 4>> TakeRectangle(Fields& fields) {
   const auto* value = fields.Take("rect");
-  if (value == nullptr) return std::nullopt;
+  if (value == nullptr) {
+    return std::nullopt;
+  }
   std::array<std::int32_t, 4> rectangle{};
   const bool fits = value->is_array() && value->size() == rectangle.size() &&
                     std::all_of(value->begin(), value->end(), [](const Json& number) {
@@ -175,7 +206,9 @@ std::optional<std::array<std::int32_t, 4>> TakeRectangle(Fields& fields) {
 }
 
 std::optional<std::wstring> TakeWideText(Fields& fields) {
-  if (fields.Take("text") == nullptr) return std::nullopt;
+  if (fields.Take("text") == nullptr) {
+    return std::nullopt;
+  }
   const auto text = fields.Text("text", "");
   if (std::any_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; })) {
     fields.Fail("\"text\" wants ASCII");
@@ -185,10 +218,14 @@ std::optional<std::wstring> TakeWideText(Fields& fields) {
 
 ParsedLine ParseWindow(Fields& fields) {
   const auto& what = *fields.Take("window");
-  if (!what.is_object()) return {std::nullopt, "\"window\" wants an object"};
+  if (!what.is_object()) {
+    return {std::nullopt, "\"window\" wants an object"};
+  }
   Fields inner(what);
   WindowLine line;
-  if (!what.contains("message")) inner.Fail("\"message\" is missing");
+  if (!what.contains("message")) {
+    inner.Fail("\"message\" is missing");
+  }
   line.message = static_cast<std::uint32_t>(inner.Integer("message", 0, UINT32_MAX, 0));
   line.wparam = static_cast<std::uintptr_t>(inner.Integer("wparam", INT64_MIN, INT64_MAX, 0));
   line.lparam = inner.Integer("lparam", INT64_MIN, INT64_MAX, 0);
@@ -209,7 +246,9 @@ ParsedLine ParseEngine(Fields& fields) {
     return {std::nullopt, "\"engine\" wants {\"consume\":[..]} with the numbers of messages"};
   }
   ConsumeLine line;
-  for (const auto& number : what["consume"]) line.messages.insert(number.get<std::uint32_t>());
+  for (const auto& number : what["consume"]) {
+    line.messages.insert(number.get<std::uint32_t>());
+  }
   return Finish(fields, std::move(line));
 }
 
@@ -221,21 +260,43 @@ ParsedLine ParseTrue(Fields& fields, const char* name) {
 
 ParsedLine ParseObject(const Json& object) {
   Fields fields(object);
-  if (object.contains("call")) return ParseCall(fields);
-  if (object.contains("raw")) return ParseRaw(fields);
-  if (object.contains("listen")) return ParseStream(fields, "listen");
-  if (object.contains("cancel")) return ParseStream(fields, "cancel");
-  if (object.contains("wait")) return ParseWait(fields);
-  if (object.contains("frame")) return ParseTrue<FrameLine>(fields, "frame");
-  if (object.contains("window")) return ParseWindow(fields);
-  if (object.contains("engine")) return ParseEngine(fields);
-  if (object.contains("fail")) return Finish(fields, FailLine{fields.Text("fail", "")});
+  if (object.contains("call")) {
+    return ParseCall(fields);
+  }
+  if (object.contains("raw")) {
+    return ParseRaw(fields);
+  }
+  if (object.contains("listen")) {
+    return ParseStream(fields, "listen");
+  }
+  if (object.contains("cancel")) {
+    return ParseStream(fields, "cancel");
+  }
+  if (object.contains("wait")) {
+    return ParseWait(fields);
+  }
+  if (object.contains("frame")) {
+    return ParseTrue<FrameLine>(fields, "frame");
+  }
+  if (object.contains("window")) {
+    return ParseWindow(fields);
+  }
+  if (object.contains("engine")) {
+    return ParseEngine(fields);
+  }
+  if (object.contains("fail")) {
+    return Finish(fields, FailLine{fields.Text("fail", "")});
+  }
   if (object.contains("sleep_ms")) {
     const auto time = fields.Integer("sleep_ms", 0, kLongestMs, 0);
     return Finish(fields, SleepLine{std::chrono::milliseconds(time)});
   }
-  if (object.contains("close")) return ParseTrue<CloseLine>(fields, "close");
-  if (object.contains("abort")) return ParseTrue<AbortLine>(fields, "abort");
+  if (object.contains("close")) {
+    return ParseTrue<CloseLine>(fields, "close");
+  }
+  if (object.contains("abort")) {
+    return ParseTrue<AbortLine>(fields, "abort");
+  }
   return {std::nullopt, "no such line"};
 }
 
@@ -244,7 +305,9 @@ ParsedLine ParseObject(const Json& object) {
 ParsedLine ParseInputLine(std::string_view text) {
   try {
     const auto object = Json::parse(text);
-    if (!object.is_object()) return {std::nullopt, "a line is one JSON object"};
+    if (!object.is_object()) {
+      return {std::nullopt, "a line is one JSON object"};
+    }
     return ParseObject(object);
   } catch (const Json::exception& error) {  // the parser's only way to say where it stopped
     return {std::nullopt, error.what()};

@@ -21,7 +21,9 @@ void Journal::Write(const Json& fields) {
   MutexLock lock(mutex_);
   Json line;
   line["ms"] = MillisecondsSinceLoad();
-  for (const auto& [name, value] : fields.items()) line[name] = value;
+  for (const auto& [name, value] : fields.items()) {
+    line[name] = value;
+  }
   sink_.Write(line.dump() + "\n");
   Note(fields);
   last_line_ = Clock::now();
@@ -35,7 +37,9 @@ void Journal::ExpectReply(const Json& id) {
 
 bool Journal::Wait(const WaitLine& wait, bool in_a_row) {
   MutexLock lock(mutex_);
-  if (!in_a_row) row_begin_ = last_met_;
+  if (!in_a_row) {
+    row_begin_ = last_met_;
+  }
   const auto deadline = Clock::now() + wait.timeout;
   Met met;
   switch (wait.kind) {
@@ -58,17 +62,23 @@ void Journal::Note(const Json& fields) {
     replies_.insert_or_assign(fields["reply"].dump(), arrivals_.size());
   } else if (fields.contains("method") && fields["method"].is_string()) {
     arrivals_.push_back({Kind::kMethod, fields["method"].get<std::string>(), false});
-    if (fields["method"] == "onVPNStateChanged") NoteState(fields["args"], false);
+    if (fields["method"] == "onVPNStateChanged") {
+      NoteState(fields["args"], false);
+    }
   } else if (fields.contains("event")) {
     const auto& event = fields["event"];
-    if (event.is_object() && event.contains("status")) NoteState(event["status"], true);
+    if (event.is_object() && event.contains("status")) {
+      NoteState(event["status"], true);
+    }
   } else if (fields.contains("window")) {
     arrivals_.push_back({Kind::kWindow, fields["window"].get<std::string>(), false});
   }
 }
 
 void Journal::NoteState(const Json& word, bool event) {
-  if (!word.is_string()) return;
+  if (!word.is_string()) {
+    return;
+  }
   const auto last = std::find_if(arrivals_.rbegin(), arrivals_.rend(), [](const Arrival& arrival) {
     return arrival.kind == Kind::kState;
   });
@@ -85,7 +95,9 @@ Journal::Met Journal::WaitForArrival(const WaitLine& wait, Clock::time_point dea
   auto& taken = taken_[wait.kind];
   for (auto next = std::max(taken, row_begin_);; ++next) {
     while (next == arrivals_.size()) {
-      if (!WaitForChange(deadline)) return std::nullopt;
+      if (!WaitForChange(deadline)) {
+        return std::nullopt;
+      }
     }
     if (arrivals_[next].kind == wait.kind && arrivals_[next].what == wanted) {
       taken = next + 1;
@@ -97,7 +109,9 @@ Journal::Met Journal::WaitForArrival(const WaitLine& wait, Clock::time_point dea
 Journal::Met Journal::WaitForReply(const WaitLine& wait, Clock::time_point deadline) {
   const auto id = wait.operand.dump();
   while (!replies_.contains(id)) {
-    if (!WaitForChange(deadline)) return std::nullopt;
+    if (!WaitForChange(deadline)) {
+      return std::nullopt;
+    }
   }
   return replies_[id];
 }
@@ -108,8 +122,12 @@ Journal::Met Journal::WaitForQuiet(const WaitLine& wait, Clock::time_point deadl
   for (;;) {
     const auto quiet_at = std::max(began, last_line_) + quiet;
     const auto now = Clock::now();
-    if (now >= quiet_at) return arrivals_.size();
-    if (now >= deadline) return std::nullopt;
+    if (now >= quiet_at) {
+      return arrivals_.size();
+    }
+    if (now >= deadline) {
+      return std::nullopt;
+    }
     (void)WaitForChange(std::min(quiet_at, deadline));
   }
 }

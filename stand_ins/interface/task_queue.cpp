@@ -19,25 +19,35 @@ void TaskQueue::Close() {
 
 void TaskQueue::Push(std::function<void()> task) {
   MutexLock lock(mutex_);
-  if (!wake_) return;
+  if (!wake_) {
+    return;
+  }
   tasks_.push_back(std::move(task));
-  if (wake_()) ++messages_;
+  if (wake_()) {
+    ++messages_;
+  }
 }
 
 void TaskQueue::RunForMessage() {
   std::size_t messages_left = 0;
   {
     MutexLock lock(mutex_);
-    if (messages_ > 0) --messages_;
+    if (messages_ > 0) {
+      --messages_;
+    }
     messages_left = messages_;
   }
   // One task, and those before the messages that are still on their way can't reach.
-  for (auto task = Take(messages_left); task; task = Take(messages_left)) task();
+  for (auto task = Take(messages_left); task; task = Take(messages_left)) {
+    task();
+  }
 }
 
 std::function<void()> TaskQueue::Take(std::size_t messages_left) {
   MutexLock lock(mutex_);
-  if (tasks_.size() <= messages_left) return {};
+  if (tasks_.size() <= messages_left) {
+    return {};
+  }
   auto task = std::move(tasks_.front());
   tasks_.pop_front();
   return task;

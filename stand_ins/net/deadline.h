@@ -19,9 +19,13 @@ class Deadline {
   // Milliseconds that are left, rounded up so that a wait of this length reaches the deadline; -1
   // for never.
   int RemainingMs() const {
-    if (!end_) return -1;
+    if (!end_) {
+      return -1;
+    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(*end_ - Clock::now()).count();
-    if (left <= 0) return 0;
+    if (left <= 0) {
+      return 0;
+    }
     constexpr int kMost = std::numeric_limits<int>::max();
     return left > kMost ? kMost : static_cast<int>(left);
   }

@@ -17,7 +17,9 @@ std::string Request(const Url& url, bool through_proxy) {
 IoStatus GetHead(Socket& socket, HttpReader& reader, const Url& url, bool through_proxy,
                  HttpHead& head, Deadline deadline) {
   const IoStatus sent = socket.Send(Request(url, through_proxy), deadline);
-  if (sent != IoStatus::kDone) return sent;
+  if (sent != IoStatus::kDone) {
+    return sent;
+  }
   const IoStatus status = reader.ReadHead(head, deadline);
   return status == IoStatus::kDone && head.Status() == 0 ? IoStatus::kFailed : status;
 }

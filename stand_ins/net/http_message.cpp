@@ -16,7 +16,9 @@ char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 std::string_view Trim(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r";
   const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
+  if (first == std::string_view::npos) {
+    return {};
+  }
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
@@ -24,14 +26,18 @@ template <typename Number>
 std::optional<Number> ParseNumber(std::string_view text, int base) {
   Number number{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
   return number;
 }
 
 // False for a line that is no field.
 bool AddField(HttpHead& head, std::string_view line) {
   const std::size_t colon = line.find(':');
-  if (colon == std::string_view::npos || colon == 0) return false;
+  if (colon == std::string_view::npos || colon == 0) {
+    return false;
+  }
   head.fields.emplace_back(line.substr(0, colon), Trim(line.substr(colon + 1)));
   return true;
 }
@@ -60,7 +66,9 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b) {
 
 const std::string* HttpHead::Find(std::string_view name) const {
   for (const auto& [key, value] : fields) {
-    if (EqualIgnoringCase(key, name)) return &value;
+    if (EqualIgnoringCase(key, name)) {
+      return &value;
+    }
   }
   return nullptr;
 }
@@ -70,7 +78,9 @@ bool HttpHead::Says(std::string_view name, std::string_view word) const {
   std::string_view left = value == nullptr ? std::string_view() : *value;
   while (!left.empty()) {
     const std::size_t end = std::min(left.find(','), left.size());
-    if (EqualIgnoringCase(Trim(left.substr(0, end)), word)) return true;
+    if (EqualIgnoringCase(Trim(left.substr(0, end)), word)) {
+      return true;
+    }
     left.remove_prefix(std::min(end + 1, left.size()));
   }
   return false;
@@ -86,13 +96,17 @@ std::string_view HttpHead::Word(std::size_t n) const {
 }
 
 int HttpHead::Status() const {
-  if (!first_line.starts_with("HTTP/1.")) return 0;
+  if (!first_line.starts_with("HTTP/1.")) {
+    return 0;
+  }
   return ParseNumber<int>(Word(1), 10).value_or(0);
 }
 
 std::string HttpHead::Text() const {
   std::string text = first_line + "\r\n";
-  for (const auto& [name, value] : fields) text += name + ": " + value + "\r\n";
+  for (const auto& [name, value] : fields) {
+    text += name + ": " + value + "\r\n";
+  }
   return text + "\r\n";
 }
 
@@ -105,19 +119,29 @@ IoStatus HttpReader::ReadHead(HttpHead& head, Deadline deadline) {
       buffer_.erase(0, end + 4);
       return parsed ? IoStatus::kDone : IoStatus::kFailed;
     }
-    if (buffer_.size() > kMostHead) return IoStatus::kFailed;
+    if (buffer_.size() > kMostHead) {
+      return IoStatus::kFailed;
+    }
     searched = buffer_.size() < 3 ? 0 : buffer_.size() - 3;
     const IoStatus status = socket_.Receive(buffer_, kChunk, deadline);
-    if (status == IoStatus::kEnd && !buffer_.empty()) return IoStatus::kFailed;
-    if (status != IoStatus::kDone) return status;
+    if (status == IoStatus::kEnd && !buffer_.empty()) {
+      return IoStatus::kFailed;
+    }
+    if (status != IoStatus::kDone) {
+      return status;
+    }
   }
 }
 
 IoStatus HttpReader::ReadRequestBody(const HttpHead& head, std::string& body, std::size_t most,
                                      Deadline deadline) {
-  if (head.Says("Transfer-Encoding", "chunked")) return ReadChunks(body, most, deadline);
+  if (head.Says("Transfer-Encoding", "chunked")) {
+    return ReadChunks(body, most, deadline);
+  }
   const std::string* length = head.Find("Content-Length");
-  if (length == nullptr) return IoStatus::kDone;
+  if (length == nullptr) {
+    return IoStatus::kDone;
+  }
   const auto count = ParseNumber<std::size_t>(*length, 10);
   return count && *count <= most ? ReadExactly(body, *count, deadline) : IoStatus::kFailed;
 }
@@ -125,7 +149,9 @@ IoStatus HttpReader::ReadRequestBody(const HttpHead& head, std::string& body, st
 IoStatus HttpReader::ReadAnswerBody(const HttpHead& head, std::string& body, std::size_t most,
                                     Deadline deadline) {
   constexpr int kNoContent = 204;
-  if (head.Status() == kNoContent) return IoStatus::kDone;
+  if (head.Status() == kNoContent) {
+    return IoStatus::kDone;
+  }
   if (head.Says("Transfer-Encoding", "chunked") || head.Find("Content-Length") != nullptr) {
     return ReadRequestBody(head, body, most, deadline);
   }
@@ -134,9 +160,13 @@ IoStatus HttpReader::ReadAnswerBody(const HttpHead& head, std::string& body, std
 
 IoStatus HttpReader::ReadChunks(std::string& body, std::size_t most, Deadline deadline) {
   for (std::string line;;) {
-    if (const IoStatus status = ReadLine(line, deadline); status != IoStatus::kDone) return status;
+    if (const IoStatus status = ReadLine(line, deadline); status != IoStatus::kDone) {
+      return status;
+    }
     const auto count = ParseNumber<std::size_t>(Trim(line.substr(0, line.find(';'))), 16);
-    if (!count || *count > most - body.size()) return IoStatus::kFailed;
+    if (!count || *count > most - body.size()) {
+      return IoStatus::kFailed;
+    }
     if (const IoStatus status = ReadExactly(body, *count, deadline); status != IoStatus::kDone) {
       return status;
     }
@@ -146,7 +176,9 @@ IoStatus HttpReader::ReadChunks(std::string& body, std::size_t most, Deadline de
         return status;
       }
     } while (*count == 0 && !line.empty());
-    if (*count == 0) return IoStatus::kDone;
+    if (*count == 0) {
+      return IoStatus::kDone;
+    }
   }
 }
 
@@ -169,8 +201,12 @@ IoStatus HttpReader::ReadExactly(std::string& body, std::size_t count, Deadline 
 IoStatus HttpReader::ReadToEnd(std::string& body, std::size_t most, Deadline deadline) {
   for (body += TakeRest(); body.size() <= most;) {
     const IoStatus status = socket_.Receive(body, kChunk, deadline);
-    if (status == IoStatus::kEnd) return IoStatus::kDone;
-    if (status != IoStatus::kDone) return status;
+    if (status == IoStatus::kEnd) {
+      return IoStatus::kDone;
+    }
+    if (status != IoStatus::kDone) {
+      return status;
+    }
   }
   return IoStatus::kFailed;
 }
@@ -183,9 +219,13 @@ IoStatus HttpReader::ReadLine(std::string& line, Deadline deadline) {
       buffer_.erase(0, end + 2);
       return IoStatus::kDone;
     }
-    if (buffer_.size() > kMostHead) return IoStatus::kFailed;
+    if (buffer_.size() > kMostHead) {
+      return IoStatus::kFailed;
+    }
     const IoStatus status = socket_.Receive(buffer_, kChunk, deadline);
-    if (status != IoStatus::kDone) return status == IoStatus::kEnd ? IoStatus::kFailed : status;
+    if (status != IoStatus::kDone) {
+      return status == IoStatus::kEnd ? IoStatus::kFailed : status;
+    }
   }
 }
 
@@ -195,7 +235,9 @@ std::string HttpAnswer(int status, const std::vector<std::pair<std::string, std:
   head.first_line = "HTTP/1.1 " + std::to_string(status) + " " + std::string(ReasonOf(status));
   head.fields = fields;
   constexpr int kNoContent = 204;
-  if (status != kNoContent) head.fields.emplace_back("Content-Length", std::to_string(body.size()));
+  if (status != kNoContent) {
+    head.fields.emplace_back("Content-Length", std::to_string(body.size()));
+  }
   return head.Text().append(body);
 }
 

@@ -22,7 +22,9 @@ class Way {
 
  private:
   bool TakeIn() {
-    if (!wants_to_read()) return true;
+    if (!wants_to_read()) {
+      return true;
+    }
     const IoStatus status = from_.ReceiveSome(kept_, kMostKept - kept_.size());
     from_ended_ = status == IoStatus::kEnd;
     return status == IoStatus::kDone || status == IoStatus::kWouldBlock || from_ended_;
@@ -55,7 +57,9 @@ void Pump(Socket& first, Socket& second) {
     const std::array<Interest, 2> interests{
         Interest{first.handle(), there.wants_to_read(), back.wants_to_write()},
         Interest{second.handle(), back.wants_to_read(), there.wants_to_write()}};
-    if (Wait(interests, first.stop(), Deadline::Never()) != WaitStatus::kReady) return;
+    if (Wait(interests, first.stop(), Deadline::Never()) != WaitStatus::kReady) {
+      return;
+    }
   }
 }
 

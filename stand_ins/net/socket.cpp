@@ -39,7 +39,9 @@ void SendAtOnce(native::Socket socket) {
 Socket OpenFor(const addrinfo& address, const StopSignal* stop) {
   const native::Socket opened = ::socket(address.ai_family, SOCK_STREAM, IPPROTO_TCP);
   Socket socket(static_cast<Handle>(opened), stop);
-  if (!socket.valid() || !native::Prepare(opened)) return {};
+  if (!socket.valid() || !native::Prepare(opened)) {
+    return {};
+  }
   SendAtOnce(opened);
   return socket;
 }
@@ -62,7 +64,9 @@ std::uint16_t BoundPort(const Socket& socket) {
 
 Dialled DialOne(const addrinfo& address, const StopSignal* stop, Deadline deadline) {
   Socket socket = OpenFor(address, stop);
-  if (!socket.valid()) return {DialStatus::kRefused, {}, ErrorText(native::LastError())};
+  if (!socket.valid()) {
+    return {DialStatus::kRefused, {}, ErrorText(native::LastError())};
+  }
   int error = 0;
   if (::connect(Native(socket.handle()), address.ai_addr,
                 static_cast<native::Length>(address.ai_addrlen)) != 0) {
@@ -79,7 +83,9 @@ Dialled DialOne(const addrinfo& address, const StopSignal* stop, Deadline deadli
         error = PendingError(socket);
     }
   }
-  if (error != 0) return {DialStatus::kRefused, {}, ErrorText(error)};
+  if (error != 0) {
+    return {DialStatus::kRefused, {}, ErrorText(error)};
+  }
   return {DialStatus::kDone, std::move(socket), {}};
 }
 
@@ -99,23 +105,37 @@ Socket::~Socket() { Close(); }
 IoStatus Socket::Receive(std::string& buffer, std::size_t most, Deadline deadline) {
   for (;;) {
     const IoStatus status = ReceiveSome(buffer, most);
-    if (status != IoStatus::kWouldBlock) return status;
+    if (status != IoStatus::kWouldBlock) {
+      return status;
+    }
     const Interest readable{handle_, true, false};
     const WaitStatus waited = Wait({&readable, 1}, stop_, deadline);
-    if (waited == WaitStatus::kStopped) return IoStatus::kStopped;
-    if (waited == WaitStatus::kTimedOut) return IoStatus::kTimedOut;
+    if (waited == WaitStatus::kStopped) {
+      return IoStatus::kStopped;
+    }
+    if (waited == WaitStatus::kTimedOut) {
+      return IoStatus::kTimedOut;
+    }
   }
 }
 
 IoStatus Socket::Send(std::string_view bytes, Deadline deadline) {
   while (!bytes.empty()) {
     const IoStatus status = SendSome(bytes);
-    if (status == IoStatus::kDone) continue;
-    if (status != IoStatus::kWouldBlock) return status;
+    if (status == IoStatus::kDone) {
+      continue;
+    }
+    if (status != IoStatus::kWouldBlock) {
+      return status;
+    }
     const Interest writable{handle_, false, true};
     const WaitStatus waited = Wait({&writable, 1}, stop_, deadline);
-    if (waited == WaitStatus::kStopped) return IoStatus::kStopped;
-    if (waited == WaitStatus::kTimedOut) return IoStatus::kTimedOut;
+    if (waited == WaitStatus::kStopped) {
+      return IoStatus::kStopped;
+    }
+    if (waited == WaitStatus::kTimedOut) {
+      return IoStatus::kTimedOut;
+    }
   }
   return IoStatus::kDone;
 }
@@ -124,19 +144,29 @@ std::optional<char> Socket::Peek(Deadline deadline) {
   for (;;) {
     char byte = 0;
     const auto received = ::recv(Native(handle_), &byte, 1, MSG_PEEK);
-    if (received > 0) return byte;
-    if (received == 0 || !native::WouldBlock(native::LastError())) return std::nullopt;
+    if (received > 0) {
+      return byte;
+    }
+    if (received == 0 || !native::WouldBlock(native::LastError())) {
+      return std::nullopt;
+    }
     const Interest readable{handle_, true, false};
-    if (Wait({&readable, 1}, stop_, deadline) != WaitStatus::kReady) return std::nullopt;
+    if (Wait({&readable, 1}, stop_, deadline) != WaitStatus::kReady) {
+      return std::nullopt;
+    }
   }
 }
 
 IoStatus Socket::ReceiveSome(std::string& buffer, std::size_t most) {
-  if (stop_ != nullptr && stop_->raised()) return IoStatus::kStopped;
+  if (stop_ != nullptr && stop_->raised()) {
+    return IoStatus::kStopped;
+  }
   std::array<char, std::size_t{16} * 1024> chunk;
   const auto room = static_cast<native::Size>(std::min(most, chunk.size()));
   const auto received = ::recv(Native(handle_), chunk.data(), room, 0);
-  if (received == 0) return IoStatus::kEnd;
+  if (received == 0) {
+    return IoStatus::kEnd;
+  }
   if (received < 0) {
     return native::WouldBlock(native::LastError()) ? IoStatus::kWouldBlock : IoStatus::kFailed;
   }
@@ -145,7 +175,9 @@ IoStatus Socket::ReceiveSome(std::string& buffer, std::size_t most) {
 }
 
 IoStatus Socket::SendSome(std::string_view& bytes) {
-  if (stop_ != nullptr && stop_->raised()) return IoStatus::kStopped;
+  if (stop_ != nullptr && stop_->raised()) {
+    return IoStatus::kStopped;
+  }
   constexpr std::size_t kMostAtOnce = std::size_t{1024} * 1024;
   const auto count = static_cast<native::Size>(std::min(bytes.size(), kMostAtOnce));
   const auto sent = ::send(Native(handle_), bytes.data(), count, native::kSendFlags);
@@ -159,7 +191,9 @@ IoStatus Socket::SendSome(std::string_view& bytes) {
 void Socket::FinishSending() { ::shutdown(Native(handle_), native::kStopSending); }
 
 void Socket::Reset() {
-  if (!valid()) return;
+  if (!valid()) {
+    return;
+  }
   linger at_once{};
   at_once.l_onoff = 1;
   ::setsockopt(Native(handle_), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&at_once),
@@ -168,7 +202,9 @@ void Socket::Reset() {
 }
 
 void Socket::Close() {
-  if (valid()) native::Close(Native(std::exchange(handle_, kNoHandle)));
+  if (valid()) {
+    native::Close(Native(std::exchange(handle_, kNoHandle)));
+  }
 }
 
 std::optional<Listener> Listener::Open(const std::string& address, std::uint16_t port,
@@ -193,7 +229,9 @@ std::optional<Listener> Listener::Open(const std::string& address, std::uint16_t
 std::optional<Socket> Listener::Accept() {
   for (;;) {
     const Interest readable{socket_.handle(), true, false};
-    if (Wait({&readable, 1}, socket_.stop(), Deadline::Never()) != WaitStatus::kReady) return {};
+    if (Wait({&readable, 1}, socket_.stop(), Deadline::Never()) != WaitStatus::kReady) {
+      return {};
+    }
     const native::Socket accepted = ::accept(Native(socket_.handle()), nullptr, nullptr);
     const int error = native::LastError();
     Socket socket(static_cast<Handle>(accepted), socket_.stop());
@@ -203,7 +241,9 @@ std::optional<Socket> Listener::Accept() {
     }
     // Out of descriptors, most likely: the connection stays queued until one is free again.
     constexpr std::chrono::milliseconds kPause{10};
-    if (!native::WouldBlock(error)) std::this_thread::sleep_for(kPause);
+    if (!native::WouldBlock(error)) {
+      std::this_thread::sleep_for(kPause);
+    }
   }
 }
 
@@ -213,7 +253,9 @@ Dialled Dial(const std::string& host, std::uint16_t port, const StopSignal* stop
   Dialled last{DialStatus::kUnknownHost, {}, "no such host"};
   for (const addrinfo* address = list.get(); address != nullptr; address = address->ai_next) {
     last = DialOne(*address, stop, deadline);
-    if (last.status != DialStatus::kRefused) break;
+    if (last.status != DialStatus::kRefused) {
+      break;
+    }
   }
   return last;
 }

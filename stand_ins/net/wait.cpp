@@ -11,7 +11,9 @@ namespace {
 Handle OpenOwnPeer() {
   native::StartUp();
   const native::Socket socket = ::socket(AF_INET, SOCK_DGRAM, 0);
-  if (static_cast<Handle>(socket) == kNoHandle) return kNoHandle;
+  if (static_cast<Handle>(socket) == kNoHandle) {
+    return kNoHandle;
+  }
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -28,13 +30,17 @@ Handle OpenOwnPeer() {
 }  // namespace
 
 StopSignal::StopSignal() : handle_(OpenOwnPeer()) {
-  if (handle_ == kNoHandle) throw std::runtime_error("no socket left for a stop signal");
+  if (handle_ == kNoHandle) {
+    throw std::runtime_error("no socket left for a stop signal");
+  }
 }
 
 StopSignal::~StopSignal() { native::Close(static_cast<native::Socket>(handle_)); }
 
 void StopSignal::Raise() {
-  if (raised_.exchange(true, std::memory_order_acq_rel)) return;
+  if (raised_.exchange(true, std::memory_order_acq_rel)) {
+    return;
+  }
   const char byte = 0;
   ::send(static_cast<native::Socket>(handle_), &byte, 1, native::kSendFlags);
 }
@@ -47,15 +53,27 @@ WaitStatus Wait(std::span<const Interest> interests, const StopSignal* stop, Dea
   std::array<Interest, kMostInterests> items{};
   std::size_t count = 0;
   for (const Interest& interest : interests) {
-    if (interest.read || interest.write) items.at(count++) = interest;
+    if (interest.read || interest.write) {
+      items.at(count++) = interest;
+    }
   }
-  if (stop != nullptr) items.at(count++) = Interest{stop->handle_, true, false};
+  if (stop != nullptr) {
+    items.at(count++) = Interest{stop->handle_, true, false};
+  }
   for (;;) {
-    if (stop != nullptr && stop->raised()) return WaitStatus::kStopped;
+    if (stop != nullptr && stop->raised()) {
+      return WaitStatus::kStopped;
+    }
     const int ready = native::Wait(std::span(items).first(count), deadline.RemainingMs());
-    if (stop != nullptr && stop->raised()) return WaitStatus::kStopped;
-    if (ready != 0) return WaitStatus::kReady;
-    if (deadline.passed()) return WaitStatus::kTimedOut;
+    if (stop != nullptr && stop->raised()) {
+      return WaitStatus::kStopped;
+    }
+    if (ready != 0) {
+      return WaitStatus::kReady;
+    }
+    if (deadline.passed()) {
+      return WaitStatus::kTimedOut;
+    }
   }
 }
 

@@ -29,7 +29,9 @@ bool Workers::Run(std::function<void()> work) {
       started = false;
     }
   }
-  for (Worker& worker : ended_workers) worker.thread.join();
+  for (Worker& worker : ended_workers) {
+    worker.thread.join();
+  }
   return started;
 }
 
@@ -59,7 +61,9 @@ void Workers::JoinAll() {
     std::list<Worker> first;
     {
       const MutexLock lock(mutex_);
-      if (workers_.empty()) return;
+      if (workers_.empty()) {
+        return;
+      }
       first.splice(first.end(), workers_, workers_.begin());
     }
     first.front().thread.join();

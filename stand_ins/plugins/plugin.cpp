@@ -22,7 +22,9 @@ using Registered = void (*)(void* registrar, const char* plugin);
 Registered FindStandIn() {
 #if defined(_WIN32)
   const HMODULE library = GetModuleHandleW(L"flutter_windows.dll");
-  if (library == nullptr) return nullptr;
+  if (library == nullptr) {
+    return nullptr;
+  }
   return reinterpret_cast<Registered>(
       reinterpret_cast<void*>(GetProcAddress(library, "KorvaneStandInPluginRegistered")));
 #else
@@ -33,5 +35,7 @@ Registered FindStandIn() {
 }  // namespace
 
 KORVANE_PLUGIN_API void KORVANE_PLUGIN_FUNCTION(void* registrar) {
-  if (const auto registered = FindStandIn()) registered(registrar, KORVANE_PLUGIN_NAME);
+  if (const auto registered = FindStandIn()) {
+    registered(registrar, KORVANE_PLUGIN_NAME);
+  }
 }

@@ -23,12 +23,16 @@ bool ReadPort(std::string_view text, std::uint16_t& port) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) return Fail("usage: local_web PORT...", "");
+  if (argc < 2) {
+    return Fail("usage: local_web PORT...", "");
+  }
   try {
     std::list<korvane::stand_in::WebServer> servers;
     for (int i = 1; i < argc; ++i) {
       std::uint16_t port = 0;
-      if (!ReadPort(argv[i], port)) return Fail("no port number: ", argv[i]);
+      if (!ReadPort(argv[i], port)) {
+        return Fail("no port number: ", argv[i]);
+      }
       servers.emplace_back(port);
       std::cout << "serving " << servers.back().Url("/") << std::endl;
     }

@@ -20,7 +20,9 @@ WebAnswer Bytes(std::string_view count_text) {
   std::size_t count = 0;
   const char* end = count_text.data() + count_text.size();
   const auto [stop, error] = std::from_chars(count_text.data(), end, count);
-  if (error != std::errc() || stop != end || count > kMostBytes) return NotFound();
+  if (error != std::errc() || stop != end || count > kMostBytes) {
+    return NotFound();
+  }
   return {200, "application/octet-stream", std::string(count, 'x')};
 }
 
@@ -29,7 +31,9 @@ WebAnswer Bytes(std::string_view count_text) {
 WebServer::WebServer(std::uint16_t port, Handler handler) : handler_(std::move(handler)) {
   std::string error;
   auto listener = net::Listener::Open("127.0.0.1", port, &stop_, error);
-  if (!listener) throw std::runtime_error("port " + std::to_string(port) + ": " + error);
+  if (!listener) {
+    throw std::runtime_error("port " + std::to_string(port) + ": " + error);
+  }
   port_ = listener->port();
   net::Serve(workers_, std::move(*listener), [this](net::Socket& socket) {
     ++connections_;
@@ -61,16 +65,26 @@ void WebServer::ServeConnection(net::Socket& socket) {
     const WebAnswer answer = handler_(request);
     const std::string bytes =
         net::HttpAnswer(answer.status, {{"Content-Type", answer.content_type}}, answer.body);
-    if (socket.Send(bytes, never) != net::IoStatus::kDone) return;
-    if (request.head.Says("Connection", "close")) return;
+    if (socket.Send(bytes, never) != net::IoStatus::kDone) {
+      return;
+    }
+    if (request.head.Says("Connection", "close")) {
+      return;
+    }
   }
 }
 
 WebAnswer WebServer::DefaultPages(const WebRequest& request) {
   constexpr std::string_view kBytes = "/bytes/";
-  if (request.method == "POST") return {200, "application/octet-stream", request.body};
-  if (request.target == "/") return {200, "text/html", std::string(kPage)};
-  if (request.target == "/generate_204") return {204, "text/plain", {}};
+  if (request.method == "POST") {
+    return {200, "application/octet-stream", request.body};
+  }
+  if (request.target == "/") {
+    return {200, "text/html", std::string(kPage)};
+  }
+  if (request.target == "/generate_204") {
+    return {204, "text/plain", {}};
+  }
   if (request.target.starts_with(kBytes)) {
     return Bytes(std::string_view(request.target).substr(kBytes.size()));
   }

@@ -28,13 +28,15 @@ CountingPlan FailingOf(const RecorderWorld& world, platform::ErrorCode error) {
 
 }  // namespace
 
-RecorderWorld::RecorderWorld(std::optional<std::filesystem::path> shared_folder,
+RecorderWorld::RecorderWorld(const std::optional<std::filesystem::path>& shared_folder,
                              platform::ErrorCode error)
     : folder_(shared_folder.value_or(own_folder_.path())),
       counting_(OsOf(*this), FailingOf(*this, error)),
       scope_(counting_.os()) {
-  process.local_data = folder_.wstring();
-  kernel_objects.suffix = L"_" + folder_.filename().wstring();
+  const std::u8string name = folder_.u8string();
+  process.local_data =
+      platform::RealOs().text->Utf8ToWide(std::string(name.begin(), name.end())).value();
+  kernel_objects.suffix = L"_" + std::to_wstring(hash_value(folder_));
 }
 
 std::vector<std::string> RecorderWorld::FileCalls() const {

@@ -94,13 +94,13 @@ class TunableAppearance : public FakeAppearance {
 class RecorderWorld {
  private:
   CallJournal journal_;
-  TemporaryFolder own_folder_;
+  TemporaryFolder own_folder_{u8"\u0436\u4E2D"};  // a profile in another script
   std::filesystem::path folder_;
 
  public:
   // In a folder that other processes share, or in one of its own. Operations that fail do so with
   // this error.
-  explicit RecorderWorld(std::optional<std::filesystem::path> shared_folder = std::nullopt,
+  explicit RecorderWorld(const std::optional<std::filesystem::path>& shared_folder = std::nullopt,
                          platform::ErrorCode error = 5);
 
   FakeClock clock;

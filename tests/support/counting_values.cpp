@@ -56,6 +56,9 @@ class CountingTextEncoding final : public Counted<TextEncoding> {
   std::filesystem::path PathFromNarrow(std::string_view path) override {
     return Make(Effect::kLooks, "TextEncoding.PathFromNarrow", &TextEncoding::PathFromNarrow, path);
   }
+  std::filesystem::path PathFromWide(std::wstring_view path) override {
+    return Make(Effect::kLooks, "TextEncoding.PathFromWide", &TextEncoding::PathFromWide, path);
+  }
   std::string NarrowFromPath(const std::filesystem::path& path) override {
     return Make(Effect::kLooks, "TextEncoding.NarrowFromPath", &TextEncoding::NarrowFromPath, path);
   }

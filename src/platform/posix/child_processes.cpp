@@ -83,7 +83,7 @@ std::vector<std::string> EnvironmentFor(const ChildProgram& program) {
     }
   }
   for (const auto& [name, value] : program.environment) {
-    settings.push_back(name + "=" + value);
+    settings.emplace_back(name).append("=").append(value);
   }
   return settings;
 }
@@ -91,6 +91,7 @@ std::vector<std::string> EnvironmentFor(const ChildProgram& program) {
 // The texts as the system takes them; valid as long as they are.
 std::vector<char*> PointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) {
     pointers.push_back(text.data());
   }

@@ -198,6 +198,7 @@ CreatedMutex NamedMutex::Create(KernelObjects& owner, const std::wstring& name,
   }
   auto object = std::make_unique<NamedMutex>(file_name.take(), std::move(file), std::move(mutex));
   return {MakeHandle(owner, std::move(object)), existed ? kErrorAlreadyExists : 0};
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the handle owns the object
 }
 
 NamedMutex::~NamedMutex() {

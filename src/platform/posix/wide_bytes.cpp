@@ -11,12 +11,11 @@ namespace korvane::platform {
 
 namespace {
 
-constexpr std::uint32_t kEscapeBase = 0xDC00;
+constexpr wchar_t kEscapeBase = 0xDC00;
 constexpr std::size_t kLongestSequence = 4;
 
 bool IsEscapedByte(wchar_t character) {
-  const auto code = static_cast<std::uint32_t>(character);
-  return code >= kEscapeBase + 0x80 && code <= kEscapeBase + 0xFF;
+  return character >= kEscapeBase + 0x80 && character <= kEscapeBase + 0xFF;
 }
 
 // Takes one character, or one stray byte, off the front. Precondition: not empty.
@@ -56,7 +55,7 @@ std::string BytesFromWide(std::wstring_view text) {
     bytes += RealTextEncoding().WideToUtf8Lossy(text.substr(0, plain));
     text.remove_prefix(plain);
     for (; !text.empty() && IsEscapedByte(text.front()); text.remove_prefix(1)) {
-      bytes += static_cast<char>(static_cast<std::uint32_t>(text.front()) - kEscapeBase);
+      bytes += static_cast<char>(text.front() - kEscapeBase);
     }
   }
   return bytes;

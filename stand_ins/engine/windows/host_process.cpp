@@ -10,7 +10,9 @@ std::filesystem::path LibraryFolder() {
   constexpr DWORD kFlags =
       GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
   HMODULE module = nullptr;
-  if (!::GetModuleHandleExW(kFlags, reinterpret_cast<LPCWSTR>(&LibraryFolder), &module)) return {};
+  if (!::GetModuleHandleExW(kFlags, reinterpret_cast<LPCWSTR>(&LibraryFolder), &module)) {
+    return {};
+  }
   constexpr DWORD kLongestPath = 32768;
   std::wstring path(kLongestPath, L'\0');
   path.resize(::GetModuleFileNameW(module, path.data(), kLongestPath));

@@ -17,7 +17,9 @@ namespace {
 
 InputSource::Kind KindOf(int descriptor) {
   struct stat facts {};
-  if (fstat(descriptor, &facts) != 0) return InputSource::Kind::kNone;
+  if (fstat(descriptor, &facts) != 0) {
+    return InputSource::Kind::kNone;
+  }
   return S_ISREG(facts.st_mode) ? InputSource::Kind::kFile : InputSource::Kind::kStream;
 }
 
@@ -48,7 +50,9 @@ class PipeSignalHeld {
 
 std::optional<std::string> Environment(const char* name) {
   const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody here sets any
-  if (value == nullptr || *value == '\0') return std::nullopt;
+  if (value == nullptr || *value == '\0') {
+    return std::nullopt;
+  }
   return value;
 }
 
@@ -62,24 +66,34 @@ void EndProcess(int code) { _exit(code); }
 
 void CrashProcess() {
   kill(getpid(), SIGKILL);
-  for (;;) pause();
+  for (;;) {
+    pause();
+  }
 }
 
 InputSource::InputSource() : handle_(STDIN_FILENO), kind_(Kind::kNone) {
   const auto path = Environment("KORVANE_CONSOLE_IN");
-  if (path) handle_ = open(path->c_str(), O_RDONLY | O_CLOEXEC);
+  if (path) {
+    handle_ = open(path->c_str(), O_RDONLY | O_CLOEXEC);
+  }
   kind_ = path && handle_ < 0 ? Kind::kMissing : KindOf(static_cast<int>(handle_));
 }
 
 InputSource::~InputSource() {
-  if (handle_ > STDIN_FILENO) close(static_cast<int>(handle_));
+  if (handle_ > STDIN_FILENO) {
+    close(static_cast<int>(handle_));
+  }
 }
 
 std::size_t InputSource::Read(char* buffer, std::size_t size) {
   for (;;) {
     const auto count = read(static_cast<int>(handle_), buffer, size);
-    if (count >= 0) return static_cast<std::size_t>(count);
-    if (errno != EINTR) return 0;
+    if (count >= 0) {
+      return static_cast<std::size_t>(count);
+    }
+    if (errno != EINTR) {
+      return 0;
+    }
   }
 }
 
@@ -93,8 +107,12 @@ void OutputSink::Write(std::string_view bytes) {
   const PipeSignalHeld held;
   while (!bytes.empty()) {
     const auto count = write(static_cast<int>(*handle_), bytes.data(), bytes.size());
-    if (count < 0 && errno != EINTR) return;
-    if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
+    if (count < 0 && errno != EINTR) {
+      return;
+    }
+    if (count > 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
   }
 }
 

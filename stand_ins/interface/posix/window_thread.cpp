@@ -55,15 +55,23 @@ State& TheState() {
 void OnWindowChange(void* /*user_data*/, KorvaneWindowChange change, void* window) {
   auto& state = TheState();
   void* none = nullptr;
-  if (change == kKorvaneWindowCreated) state.host.compare_exchange_strong(none, window);
-  if (state.host.load() != window) return;
-  if (change == kKorvaneWindowDestroyed) state.host = nullptr;
+  if (change == kKorvaneWindowCreated) {
+    state.host.compare_exchange_strong(none, window);
+  }
+  if (state.host.load() != window) {
+    return;
+  }
+  if (change == kKorvaneWindowDestroyed) {
+    state.host = nullptr;
+  }
   state.report.load()(NameOf(change));
 }
 
 std::intptr_t QueueProcedure(void* /*user_data*/, void* /*window*/, std::uint32_t message,
                              std::uintptr_t /*parameter*/, std::intptr_t /*data*/) {
-  if (message == kRunTask) TheState().tasks.RunForMessage();
+  if (message == kRunTask) {
+    TheState().tasks.RunForMessage();
+  }
   return 0;
 }
 
@@ -76,17 +84,23 @@ std::intptr_t ViewProcedure(void* /*user_data*/, void* /*window*/, std::uint32_t
 
 void Watch(Report report) {
   Report none = nullptr;
-  if (Windows() == nullptr || !TheState().report.compare_exchange_strong(none, report)) return;
+  if (Windows() == nullptr || !TheState().report.compare_exchange_strong(none, report)) {
+    return;
+  }
   Windows()->set_observer(OnWindowChange, nullptr);
 }
 
 bool Open() {
-  if (Windows() == nullptr) return false;
+  if (Windows() == nullptr) {
+    return false;
+  }
   auto& state = TheState();
   void* none = nullptr;
   state.host.compare_exchange_strong(none, Windows()->thread_top_level());
   void* queue = Windows()->create_child(QueueProcedure, nullptr);
-  if (queue == nullptr) return false;
+  if (queue == nullptr) {
+    return false;
+  }
   state.queue = queue;
   state.tasks.Open([queue] { return Windows()->post(queue, kRunTask, 0, 0); });
   return true;
@@ -94,7 +108,9 @@ bool Open() {
 
 void Close() {
   TheState().tasks.Close();
-  if (void* queue = std::exchange(TheState().queue, nullptr)) Windows()->destroy(queue);
+  if (void* queue = std::exchange(TheState().queue, nullptr)) {
+    Windows()->destroy(queue);
+  }
 }
 
 void Run(std::function<void()> task) { TheState().tasks.Push(std::move(task)); }

@@ -38,7 +38,9 @@ std::optional<std::string> Environment(const char* name) {
   std::wstring value(GetEnvironmentVariableW(wide_name.c_str(), nullptr, 0), L'\0');
   value.resize(
       GetEnvironmentVariableW(wide_name.c_str(), value.data(), static_cast<DWORD>(value.size())));
-  if (value.empty()) return std::nullopt;
+  if (value.empty()) {
+    return std::nullopt;
+  }
   return Utf8(value);
 }
 
@@ -48,12 +50,16 @@ bool IsTakeoverSuccessor() {
 
 void EndProcess(int code) {
   TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
-  for (;;) Sleep(INFINITE);
+  for (;;) {
+    Sleep(INFINITE);
+  }
 }
 
 void CrashProcess() {
   TerminateProcess(GetCurrentProcess(), 0xC0000005);
-  for (;;) Sleep(INFINITE);
+  for (;;) {
+    Sleep(INFINITE);
+  }
 }
 
 InputSource::InputSource() : handle_(AsValue(GetStdHandle(STD_INPUT_HANDLE))), kind_(Kind::kNone) {
@@ -67,7 +73,9 @@ InputSource::InputSource() : handle_(AsValue(GetStdHandle(STD_INPUT_HANDLE))), k
     }
   }
   const HANDLE handle = AsHandle(handle_);
-  if (handle == nullptr || handle == INVALID_HANDLE_VALUE) return;
+  if (handle == nullptr || handle == INVALID_HANDLE_VALUE) {
+    return;
+  }
   kind_ = GetFileType(handle) == FILE_TYPE_DISK ? Kind::kFile : Kind::kStream;
 }
 
@@ -97,7 +105,9 @@ void OutputSink::Write(std::string_view bytes) {
   while (!bytes.empty()) {
     DWORD count = 0;
     const auto most = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), 1U << 20));
-    if (WriteFile(AsHandle(*handle_), bytes.data(), most, &count, nullptr) == 0) return;
+    if (WriteFile(AsHandle(*handle_), bytes.data(), most, &count, nullptr) == 0) {
+      return;
+    }
     bytes.remove_prefix(count);
   }
 }

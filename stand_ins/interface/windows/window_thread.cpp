@@ -56,9 +56,15 @@ void ReportState(State& state, HWND window) {
   const bool was_visible = std::exchange(state.was_visible, visible);
   const bool was_iconic = std::exchange(state.was_iconic, iconic);
   const bool was_foreground = std::exchange(state.was_foreground, foreground);
-  if (visible && !was_visible) report("shown");
-  if (!iconic && was_iconic) report("restored");
-  if (foreground && !was_foreground) report("foreground");
+  if (visible && !was_visible) {
+    report("shown");
+  }
+  if (!iconic && was_iconic) {
+    report("restored");
+  }
+  if (foreground && !was_foreground) {
+    report("foreground");
+  }
 }
 
 void OnHostMessage(State& state, const CWPRETSTRUCT& sent) {
@@ -92,19 +98,25 @@ LRESULT CALLBACK AfterSentMessage(int code, WPARAM wparam, LPARAM lparam) {
     if (sent.message == WM_CREATE && IsHostWindow(sent.hwnd)) {
       state.host.compare_exchange_strong(none, sent.hwnd);
     }
-    if (sent.hwnd == state.host.load()) OnHostMessage(state, sent);
+    if (sent.hwnd == state.host.load()) {
+      OnHostMessage(state, sent);
+    }
   }
   return CallNextHookEx(nullptr, code, wparam, lparam);
 }
 
 BOOL CALLBACK TakeHostWindow(HWND window, LPARAM /*data*/) {
   HWND none = nullptr;
-  if (IsHostWindow(window)) TheState().host.compare_exchange_strong(none, window);
+  if (IsHostWindow(window)) {
+    TheState().host.compare_exchange_strong(none, window);
+  }
   return TRUE;
 }
 
 LRESULT CALLBACK QueueProcedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
-  if (message != kRunTask) return DefWindowProcW(window, message, wparam, lparam);
+  if (message != kRunTask) {
+    return DefWindowProcW(window, message, wparam, lparam);
+  }
   TheState().tasks.RunForMessage();
   return 0;
 }
@@ -125,8 +137,12 @@ void Draw(HWND window) {
 }
 
 LRESULT CALLBACK ViewProcedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
-  if (message == WM_ERASEBKGND) return 1;
-  if (message != WM_PAINT) return DefWindowProcW(window, message, wparam, lparam);
+  if (message == WM_ERASEBKGND) {
+    return 1;
+  }
+  if (message != WM_PAINT) {
+    return DefWindowProcW(window, message, wparam, lparam);
+  }
   Draw(window);
   return 0;
 }
@@ -150,16 +166,22 @@ HWND CreateMessageOnly(const wchar_t* name, DWORD style, int width, int height) 
 
 void Watch(Report report) {
   Report none = nullptr;
-  if (!TheState().report.compare_exchange_strong(none, report)) return;
+  if (!TheState().report.compare_exchange_strong(none, report)) {
+    return;
+  }
   SetWindowsHookExW(WH_CALLWNDPROCRET, AfterSentMessage, nullptr, GetCurrentThreadId());
 }
 
 bool Open() {
   RegisterOwnClass(kQueueClass, QueueProcedure);
   RegisterOwnClass(kViewClass, ViewProcedure);
-  if (TheState().host.load() == nullptr) EnumThreadWindows(GetCurrentThreadId(), TakeHostWindow, 0);
+  if (TheState().host.load() == nullptr) {
+    EnumThreadWindows(GetCurrentThreadId(), TakeHostWindow, 0);
+  }
   const HWND queue = CreateMessageOnly(kQueueClass, 0, 0, 0);
-  if (queue == nullptr) return false;
+  if (queue == nullptr) {
+    return false;
+  }
   TheState().queue = queue;
   TheState().tasks.Open([queue] { return PostMessageW(queue, kRunTask, 0, 0) != 0; });
   return true;
@@ -167,7 +189,9 @@ bool Open() {
 
 void Close() {
   TheState().tasks.Close();
-  if (const HWND queue = std::exchange(TheState().queue, nullptr)) DestroyWindow(queue);
+  if (const HWND queue = std::exchange(TheState().queue, nullptr)) {
+    DestroyWindow(queue);
+  }
 }
 
 void Run(std::function<void()> task) { TheState().tasks.Push(std::move(task)); }
@@ -180,8 +204,12 @@ void DestroyView(void* view) { DestroyWindow(static_cast<HWND>(view)); }
 
 bool PostToHost(std::uint32_t message, std::uintptr_t wparam, std::intptr_t lparam, bool points) {
   const HWND host = TheState().host;
-  if (host == nullptr) return false;
-  if (!points) return PostMessageW(host, message, wparam, lparam) != 0;
+  if (host == nullptr) {
+    return false;
+  }
+  if (!points) {
+    return PostMessageW(host, message, wparam, lparam) != 0;
+  }
   Run([=] { SendMessageW(host, message, wparam, lparam); });
   return true;
 }

@@ -58,8 +58,12 @@ inline int Wait(std::span<const Interest> interests, int timeout_ms) {
   for (std::size_t i = 0; i < interests.size(); ++i) {
     const Interest& interest = interests[i];
     items[i].fd = static_cast<Socket>(interest.handle);
-    if (interest.read) items[i].events = POLLIN;
-    if (interest.write) items[i].events = static_cast<short>(items[i].events | POLLOUT);
+    if (interest.read) {
+      items[i].events = POLLIN;
+    }
+    if (interest.write) {
+      items[i].events = static_cast<short>(items[i].events | POLLOUT);
+    }
   }
   const int ready = ::poll(items.data(), interests.size(), timeout_ms);
   return ready < 0 && errno == EINTR ? 0 : ready;

@@ -59,9 +59,15 @@ inline int Wait(std::span<const Interest> interests, int timeout_ms) {
   fd_set failed{};
   for (const Interest& interest : interests) {
     const auto socket = static_cast<Socket>(interest.handle);
-    if (interest.read) FD_SET(socket, &readable);
-    if (interest.write) FD_SET(socket, &writable);
-    if (interest.write) FD_SET(socket, &failed);
+    if (interest.read) {
+      FD_SET(socket, &readable);
+    }
+    if (interest.write) {
+      FD_SET(socket, &writable);
+    }
+    if (interest.write) {
+      FD_SET(socket, &failed);
+    }
   }
   timeval limit{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
   return ::select(0, &readable, &writable, &failed, timeout_ms < 0 ? nullptr : &limit);

@@ -23,7 +23,9 @@ class ConsoleCodec : public testing::Test {
 
 std::string Repeated(const std::string& text, std::size_t times) {
   std::string repeated;
-  for (std::size_t i = 0; i < times; ++i) repeated += text;
+  for (std::size_t i = 0; i < times; ++i) {
+    repeated += text;
+  }
   return repeated;
 }
 

@@ -20,7 +20,9 @@ std::string Text(std::string_view text) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string hex = "07";
   hex += {kDigits[text.size() / 16], kDigits[text.size() % 16]};
-  for (const char c : text) hex += {kDigits[c / 16], kDigits[c % 16]};
+  for (const char c : text) {
+    hex += {kDigits[c / 16], kDigits[c % 16]};
+  }
   return hex;
 }
 
@@ -39,7 +41,9 @@ class Console : public testing::Test {
   std::filesystem::path Script(const std::vector<std::string>& lines) {
     const auto path = user_.folder() / "script";
     std::ofstream file(path);
-    for (const auto& line : lines) file << line << "\n";
+    for (const auto& line : lines) {
+      file << line << "\n";
+    }
     return path;
   }
 
@@ -253,7 +257,9 @@ TEST_F(Console, FailsWhatItIsToldToFail) {
     auto options = Options();
     options.environment = {{"KORVANE_CONSOLE_FAIL", row.what}};
     const auto lines = Play({R"({"call":"adapter"})"}, row.exit_code, options);
-    if (row.adapter == nullptr) continue;
+    if (row.adapter == nullptr) {
+      continue;
+    }
     EXPECT_TRUE(Contains(lines, {{"reply", 1}, {"success", row.adapter}, {"thread", "window"}}))
         << row.what;
   }

@@ -291,8 +291,8 @@ std::string RegistrarName(FlutterDesktopPluginRegistrarRef registrar) {
 
 }  // namespace korvane::test::fake_flutter
 
-using namespace korvane;                      // NOLINT(google-build-using-namespace): the C side
-using namespace korvane::test::fake_flutter;  // NOLINT(google-build-using-namespace): likewise
+using namespace korvane;
+using namespace korvane::test::fake_flutter;
 
 extern "C" {
 

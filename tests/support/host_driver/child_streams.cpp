@@ -17,7 +17,9 @@ namespace korvane::test {
 ChildStreams::ChildStreams(int pid, int output, int errors)
     : pid_(pid), output_{output, {}, {}}, errors_{errors, {}, {}} {
   std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    throw std::runtime_error("no pipe");
+  }
   stop_reading_ = ends[0];
   stop_writing_ = ends[1];
   fcntl(output, F_SETFL, O_NONBLOCK);
@@ -39,7 +41,9 @@ std::optional<std::string> ChildStreams::WaitForLine(std::size_t number,
                                                      std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
   changed_.wait_for(lock, patience, [&] { return drained_ || output_.lines.size() > number; });
-  if (output_.lines.size() <= number) return std::nullopt;
+  if (output_.lines.size() <= number) {
+    return std::nullopt;
+  }
   return output_.lines[number];
 }
 
@@ -51,7 +55,9 @@ std::optional<int> ChildStreams::WaitForExit(std::chrono::milliseconds patience)
 
 void ChildStreams::Signal(int signal) {
   const std::lock_guard lock(mutex_);
-  if (!exit_code_) kill(-pid_, signal);
+  if (!exit_code_) {
+    kill(-pid_, signal);
+  }
 }
 
 std::vector<std::string> ChildStreams::lines() const {
@@ -103,13 +109,19 @@ bool ChildStreams::Take(Stream& stream) {
   std::array<char, 65536> buffer;
   for (;;) {
     const auto count = read(stream.descriptor, buffer.data(), buffer.size());
-    if (count < 0) return errno == EAGAIN || errno == EINTR;
-    if (count == 0) return false;
+    if (count < 0) {
+      return errno == EAGAIN || errno == EINTR;
+    }
+    if (count == 0) {
+      return false;
+    }
     std::string_view left(buffer.data(), static_cast<std::size_t>(count));
     const std::lock_guard lock(mutex_);
     for (auto feed = left.find('\n'); feed != std::string_view::npos; feed = left.find('\n')) {
       stream.rest.append(left.substr(0, feed));
-      if (stream.rest.ends_with('\r')) stream.rest.pop_back();
+      if (stream.rest.ends_with('\r')) {
+        stream.rest.pop_back();
+      }
       stream.lines.push_back(std::exchange(stream.rest, {}));
       left.remove_prefix(feed + 1);
     }
@@ -120,7 +132,9 @@ bool ChildStreams::Take(Stream& stream) {
 
 void ChildStreams::Finish(Stream& stream) {
   const std::lock_guard lock(mutex_);
-  if (!stream.rest.empty()) stream.lines.push_back(std::exchange(stream.rest, {}));
+  if (!stream.rest.empty()) {
+    stream.lines.push_back(std::exchange(stream.rest, {}));
+  }
 }
 
 }  // namespace korvane::test

@@ -22,7 +22,9 @@ namespace {
 struct Pipe {
   Pipe() {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+      throw std::runtime_error("no pipe");
+    }
     reading = ends[0];
     writing = ends[1];
   }
@@ -38,7 +40,9 @@ Json Parsed(const std::string& text) {
 Environment EnvironmentOf(const HostUser& user, const HostOptions& options) {
   auto environment = user.environment();
   environment.insert(environment.end(), options.environment.begin(), options.environment.end());
-  if (options.manual_frames) environment.emplace_back("KORVANE_CONSOLE_FRAMES", "manual");
+  if (options.manual_frames) {
+    environment.emplace_back("KORVANE_CONSOLE_FRAMES", "manual");
+  }
   if (options.script) {
     environment.emplace_back("KORVANE_CONSOLE_IN", HostUser::PathForHost(*options.script));
   }
@@ -70,9 +74,13 @@ void IgnorePipeSignal() {
 }  // namespace
 
 bool Matches(const Json& value, const Json& pattern) {
-  if (!pattern.is_object()) return value == pattern;
+  if (!pattern.is_object()) {
+    return value == pattern;
+  }
   for (const auto& [key, wanted] : pattern.items()) {
-    if (!value.contains(key) || !Matches(value[key], wanted)) return false;
+    if (!value.contains(key) || !Matches(value[key], wanted)) {
+      return false;
+    }
   }
   return value.is_object();
 }
@@ -84,7 +92,9 @@ HostProcess::HostProcess(const HostUser& user, HostOptions options) {
   const Pipe errors;
   pid_ = Spawn(CommandOf(options), EnvironmentOf(user, options),
                {options.script ? -1 : input.reading, output.writing, errors.writing});
-  for (const int theirs : {input.reading, output.writing, errors.writing}) close(theirs);
+  for (const int theirs : {input.reading, output.writing, errors.writing}) {
+    close(theirs);
+  }
   input_ = input.writing;
   streams_ = std::make_unique<ChildStreams>(pid_, output.reading, errors.reading);
 }
@@ -107,12 +117,16 @@ void HostProcess::SendText(const std::string& text) {
       ADD_FAILURE() << "the host takes no more input\n" << Transcript();
       return;
     }
-    if (count > 0) left.remove_prefix(static_cast<std::size_t>(count));
+    if (count > 0) {
+      left.remove_prefix(static_cast<std::size_t>(count));
+    }
   }
 }
 
 void HostProcess::EndInput() {
-  if (input_ >= 0) close(std::exchange(input_, -1));
+  if (input_ >= 0) {
+    close(std::exchange(input_, -1));
+  }
 }
 
 template <typename Wanted>
@@ -129,7 +143,9 @@ Json HostProcess::AwaitLine(Wanted wanted, const std::string& told,
     }
     ++next_line_;
     auto line = Parsed(*text);
-    if (wanted(line)) return line;
+    if (wanted(line)) {
+      return line;
+    }
   }
 }
 
@@ -141,6 +157,10 @@ Json HostProcess::Await(const Json& pattern, std::chrono::milliseconds patience)
 Json HostProcess::AwaitKey(const std::string& key, std::chrono::milliseconds patience) {
   return AwaitLine([&](const Json& line) { return line.contains(key); }, "\"" + key + "\"",
                    patience);
+}
+
+bool HostProcess::SaysAnything(std::chrono::milliseconds patience) {
+  return streams_->WaitForLine(0, patience).has_value();
 }
 
 Json HostProcess::Call(const std::string& method, const Json& arguments,
@@ -163,7 +183,9 @@ Json HostProcess::Reply(const Json& id) {
     }
     ++next_unsorted_line_;
     const auto line = Parsed(*text);
-    if (line.contains("reply")) replies_.insert_or_assign(line["reply"].dump(), line);
+    if (line.contains("reply")) {
+      replies_.insert_or_assign(line["reply"].dump(), line);
+    }
   }
   return replies_[wanted];
 }
@@ -175,7 +197,9 @@ int HostProcess::Finish() {
 
 int HostProcess::WaitForExit(std::chrono::milliseconds patience) {
   const auto code = streams_->WaitForExit(patience);
-  if (code) return *code;
+  if (code) {
+    return *code;
+  }
   ADD_FAILURE() << "the host doesn't end\n" << Transcript();
   Kill();
   return -1;
@@ -188,7 +212,9 @@ void HostProcess::Kill() {
 
 std::vector<Json> HostProcess::lines() const {
   std::vector<Json> parsed;
-  for (const auto& text : streams_->lines()) parsed.push_back(Parsed(text));
+  for (const auto& text : streams_->lines()) {
+    parsed.push_back(Parsed(text));
+  }
   return parsed;
 }
 
@@ -202,9 +228,13 @@ std::vector<Json> HostProcess::Matching(const Json& pattern) const {
 
 std::string HostProcess::Transcript() const {
   std::string transcript = "output:\n";
-  for (const auto& line : streams_->lines()) transcript += "  " + line.substr(0, 2000) + "\n";
+  for (const auto& line : streams_->lines()) {
+    transcript += "  " + line.substr(0, 2000) + "\n";
+  }
   transcript += "error stream:\n";
-  for (const auto& line : streams_->error_lines()) transcript += "  " + line.substr(0, 2000) + "\n";
+  for (const auto& line : streams_->error_lines()) {
+    transcript += "  " + line.substr(0, 2000) + "\n";
+  }
   return transcript;
 }
 

@@ -63,6 +63,9 @@ class HostProcess {
   // The same for the next line that has this key.
   Json AwaitKey(const std::string& key, std::chrono::milliseconds patience = kPatience);
 
+  // Waits for the first output line or for the end; whether there was a line.
+  bool SaysAnything(std::chrono::milliseconds patience = kPatience);
+
   // Sends a call and gives the line of its reply.
   Json Call(const std::string& method, const Json& arguments = nullptr,
             const std::string& channel = "vpn");

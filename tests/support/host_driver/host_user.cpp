@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
 
 #include "support/host_driver/host_target.h"
 #include "support/host_driver/run_command.h"
@@ -19,7 +20,9 @@ namespace fs = std::filesystem;
 
 fs::path MakeTemporaryFolder() {
   std::string name = (fs::temp_directory_path() / "korvane-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+  if (mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("no temporary folder");
+  }
   return name;
 }
 
@@ -28,7 +31,9 @@ class BaseLock {
  public:
   BaseLock()
       : descriptor_(open(KORVANE_WINE_BASE ".copy-lock", O_CREAT | O_RDWR | O_CLOEXEC, 0600)) {
-    if (flock(descriptor_, LOCK_EX) != 0) throw std::runtime_error("no lock on the Wine prefix");
+    if (flock(descriptor_, LOCK_EX) != 0) {
+      throw std::runtime_error("no lock on the Wine prefix");
+    }
   }
   ~BaseLock() { close(descriptor_); }
   BaseLock(const BaseLock&) = delete;
@@ -39,7 +44,9 @@ class BaseLock {
 };
 
 void MakeBasePrefix() {
-  if (fs::exists(KORVANE_WINE_BASE "/.base")) return;
+  if (fs::exists(KORVANE_WINE_BASE "/.base")) {
+    return;
+  }
   const Environment environment{{"WINEPREFIX", KORVANE_WINE_BASE}};
   if (RunCommand({KORVANE_WINE_RUN, "cmd", "/c", "exit"}, environment) != 0) {
     throw std::runtime_error("Wine makes no prefix");
@@ -62,7 +69,9 @@ void CopyPrefix(const fs::path& base, const fs::path& prefix) {
 
 fs::path ProfileOf(const fs::path& prefix) {
   for (const auto& entry : fs::directory_iterator(prefix / "drive_c/users")) {
-    if (entry.path().filename() != "Public") return entry.path();
+    if (entry.path().filename() != "Public") {
+      return entry.path();
+    }
   }
   throw std::runtime_error("the Wine prefix has no user");
 }
@@ -78,7 +87,9 @@ HostUser::HostUser() : folder_(MakeTemporaryFolder()) {
 }
 
 HostUser::~HostUser() {
-  if (DrivesWindows()) RunCommand({"wineserver", "-k"}, environment_);
+  if (DrivesWindows()) {
+    RunCommand({"wineserver", "-k"}, environment_);
+  }
   std::error_code ignored;
   fs::remove_all(folder_, ignored);
 }
@@ -90,11 +101,24 @@ fs::path HostUser::startup_log_folder() const { return local_ / "com.sundrelak" 
 std::vector<nlohmann::json> HostUser::StartupLog() const {
   std::ifstream file(startup_log_folder() / "startup.log");
   std::vector<nlohmann::json> lines;
-  for (std::string text; std::getline(file, text);) {
+  for (std::string text; std::getline(file, text) && !file.eof();) {  // whole lines
     lines.push_back(nlohmann::json::parse(text, nullptr, false));
     EXPECT_TRUE(lines.back().is_object()) << "startup.log holds: " << text;
   }
   return lines;
+}
+
+bool HostUser::AwaitStartupLog(
+    const std::function<bool(const std::vector<nlohmann::json>&)>& condition,
+    std::chrono::milliseconds patience) const {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!condition(StartupLog())) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
 }
 
 std::string HostUser::PathForHost(const fs::path& path) {

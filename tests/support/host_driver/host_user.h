@@ -7,7 +7,9 @@
 // Everything is removed at the end; no process of the user may be running then.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,6 +35,12 @@ class HostUser {
 
   // The lines of startup.log; a line that is no JSON object fails the test.
   [[nodiscard]] std::vector<nlohmann::json> StartupLog() const;
+
+  // Waits until startup.log satisfies a condition; false when it doesn't within the time. Nobody
+  // tells of the file, so it is looked at again and again.
+  [[nodiscard]] bool AwaitStartupLog(
+      const std::function<bool(const std::vector<nlohmann::json>&)>& condition,
+      std::chrono::milliseconds patience = std::chrono::seconds(60)) const;
 
   // The environment that makes a process one of this user's: names and values.
   [[nodiscard]] const std::vector<std::pair<std::string, std::string>>& environment() const {

@@ -25,15 +25,21 @@ std::vector<std::string> MergedEnvironment(const Environment& added) {
   }
   merged.erase("http_proxy");
   merged.erase("HTTP_PROXY");
-  for (const auto& [name, value] : added) merged[name] = value;
+  for (const auto& [name, value] : added) {
+    merged[name] = value;
+  }
   std::vector<std::string> entries;
-  for (const auto& [name, value] : merged) entries.push_back(name + "=" + value);
+  for (const auto& [name, value] : merged) {
+    entries.push_back(name + "=" + value);
+  }
   return entries;
 }
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
-  for (auto& text : texts) pointers.push_back(text.data());
+  for (auto& text : texts) {
+    pointers.push_back(text.data());
+  }
   pointers.push_back(nullptr);
   return pointers;
 }

@@ -83,7 +83,9 @@ void AnswerOnWorker(const Call& call) {
   FlutterDesktopMessengerAddRef(call.messenger);
   std::thread([call] {
     FlutterDesktopMessengerLock(call.messenger);
-    if (FlutterDesktopMessengerIsAvailable(call.messenger)) Answer(call, call.payload);
+    if (FlutterDesktopMessengerIsAvailable(call.messenger)) {
+      Answer(call, call.payload);
+    }
     FlutterDesktopMessengerUnlock(call.messenger);
     FlutterDesktopMessengerRelease(call.messenger);
   }).detach();
@@ -110,7 +112,9 @@ std::string AdapterText() {
     void* const* table;
   };
   void* raw = nullptr;
-  if (!FlutterDesktopEngineGetGraphicsAdapter(g_engine, &raw)) return "refused";
+  if (!FlutterDesktopEngineGetGraphicsAdapter(g_engine, &raw)) {
+    return "refused";
+  }
   auto* adapter = static_cast<Adapter*>(raw);
   struct {
     char16_t text[128];
@@ -120,9 +124,13 @@ std::string AdapterText() {
   const auto release = reinterpret_cast<std::uint32_t (*)(Adapter*)>(adapter->table[2]);
   const auto result = get_desc(adapter, &record);
   const bool was_last = release(adapter) == 0;
-  if (result < 0) return "failed";
+  if (result < 0) {
+    return "failed";
+  }
   std::string text;
-  for (const char16_t* c = record.text; *c != 0; ++c) text.push_back(static_cast<char>(*c));
+  for (const char16_t* c = record.text; *c != 0; ++c) {
+    text.push_back(static_cast<char>(*c));
+  }
   return was_last ? text : "leaked";
 }
 
@@ -196,7 +204,9 @@ Call Split(FlutterDesktopMessengerRef messenger, const FlutterDesktopMessage& me
   Call call{messenger, message.response_handle, "", {}, {}};
   call.message.assign(message.message, message.message + message.message_size);
   const auto& bytes = call.message;
-  if (bytes.size() < 2 || bytes[0] != 7 || bytes.size() < 2U + bytes[1]) return call;
+  if (bytes.size() < 2 || bytes[0] != 7 || bytes.size() < 2U + bytes[1]) {
+    return call;
+  }
   const std::size_t end = 2U + bytes[1];
   call.name.assign(bytes.begin() + 2, bytes.begin() + static_cast<std::ptrdiff_t>(end));
   if (bytes.size() >= end + 2 && bytes[end] == 8) {
@@ -209,7 +219,9 @@ void OnCall(FlutterDesktopMessengerRef messenger, const FlutterDesktopMessage* m
             void* /*user_data*/) {
   const auto call = Split(messenger, *message);
   const auto method = Methods().find(call.name);
-  if (method == Methods().end()) return Answer(call, {});
+  if (method == Methods().end()) {
+    return Answer(call, {});
+  }
   method->second(call);
 }
 
@@ -233,11 +245,15 @@ MessageResult Procedure(WindowHandle window, std::uint32_t message, MessageParam
 bool MakeWindow() {
   auto& windows = RealWindowSystem();
   FlutterDesktopGetDpiForMonitor(windows.MonitorAt(10, 10));
-  if (!windows.RegisterWindowClass({L"ECHO_HOST", 3, 0, Procedure}).ok()) return false;
+  if (!windows.RegisterWindowClass({L"ECHO_HOST", 3, 0, Procedure}).ok()) {
+    return false;
+  }
   constexpr std::uint32_t kOverlappedWindow = 0xCF0000;
   const auto window =
       windows.Create({L"ECHO_HOST", L"Echo host", kOverlappedWindow, 10, 10, 640, 400, nullptr});
-  if (!window.ok()) return false;
+  if (!window.ok()) {
+    return false;
+  }
   g_window = window.value();
   return true;
 }
@@ -252,7 +268,9 @@ bool StartEngine(std::vector<const char*> arguments) {
   properties.dart_entrypoint_argv = arguments.data();
   properties.impeller_mode = 2;
   g_engine = FlutterDesktopEngineCreate(&properties);
-  if (g_engine == nullptr) return false;
+  if (g_engine == nullptr) {
+    return false;
+  }
   g_controller = FlutterDesktopViewControllerCreate(640, 400, g_engine);
   return g_controller != nullptr;
 }
@@ -260,7 +278,9 @@ bool StartEngine(std::vector<const char*> arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (!MakeWindow() || !StartEngine({argv + 1, argv + argc})) return 1;
+  if (!MakeWindow() || !StartEngine({argv + 1, argv + argc})) {
+    return 1;
+  }
   const auto view = FlutterDesktopViewControllerGetView(g_controller);
   auto& windows = RealWindowSystem();
   windows.SetParent(FlutterDesktopViewGetHWND(view), g_window);
@@ -270,6 +290,8 @@ int main(int argc, char** argv) {
   FlutterDesktopMessengerSetCallback(messenger, kVpnEvents, OnEventCall, nullptr);
   RequestFrame();
   korvane::platform::Message message;
-  while (windows.Next(message) != 0) windows.Dispatch(message);
+  while (windows.Next(message) != 0) {
+    windows.Dispatch(message);
+  }
   return 0;
 }

@@ -1,0 +1,161 @@
+// Messages that cross the whole boundary as bytes, good ones and bad ones.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/host_driver/host_process.h"
+
+namespace korvane::test {
+namespace {
+
+using testing::Contains;
+
+class Channel : public testing::Test {
+ protected:
+  HostUser user_;
+  HostProcess host_{user_};
+};
+
+TEST_F(Channel, AnswersFromTheStateOnTheWindowThread) {
+  const auto running = host_.Call("isRunning");
+  EXPECT_EQ(running["success"], false);
+  EXPECT_EQ(running["thread"], "window");
+  EXPECT_EQ(host_.Call("getStatus")["success"], "disconnected");
+}
+
+TEST_F(Channel, GivesUnknownMethodsTheEmptyReply) {
+  for (const auto* channel : {"vpn", "core"}) {
+    EXPECT_EQ(host_.Call("noSuchMethod", {{"a", {1, 2}}}, channel)["not_implemented"], true);
+    EXPECT_EQ(host_.Call("", nullptr, channel)["not_implemented"], true);
+  }
+}
+
+TEST_F(Channel, TellsANewListenerTheStateThatIsTrueNow) {
+  host_.SendText(R"({"listen":"vpn_events"})");
+  EXPECT_EQ(host_.Reply("listen")["success"], nullptr);
+  host_.Await({{"event", {{"status", "vpn_disconnected"}}}});
+  host_.Await({{"method", "onVPNStateChanged"}, {"args", "vpn_disconnected"}});
+  host_.SendText(R"({"cancel":"vpn_events","id":"first"})");
+  EXPECT_EQ(host_.Reply("first")["success"], nullptr);
+  host_.SendText(R"({"cancel":"vpn_events","id":"second"})");
+  const auto error = host_.Reply("second")["error"];
+  EXPECT_EQ(error["code"], "error");
+  EXPECT_EQ(error["message"], "No active stream to cancel");
+}
+
+TEST_F(Channel, SurvivesMessagesThatAreNoCalls) {
+  const char* messages[] = {"07 09 69 73",                           // cut in its name
+                            "03 05 00 00 00 00",                     // a name that is a number
+                            "",                                      // nothing
+                            "0c ff ff ff ff ff",                     // a size that lies
+                            "07 09 69 73 52 75 6e 6e 69 6e 67 0d"};  // cut behind its name
+  int id = 0;
+  for (const auto* channel : {"vpn", "core", "vpn_events"}) {
+    for (const auto* message : messages) {
+      host_.Send({{"raw", message}, {"channel", channel}, {"id", ++id}});
+      EXPECT_EQ(host_.Reply(id)["not_implemented"], true) << channel << ": " << message;
+    }
+  }
+  EXPECT_EQ(host_.Call("isRunning")["success"], false);
+  EXPECT_EQ(host_.Finish(), 0);
+  EXPECT_THAT(host_.error_lines(),
+              Contains("Unable to construct method call from message on channel "
+                       "com.sundrelak.korvane/vpn"));
+}
+
+TEST_F(Channel, TakesAConfigurationOfFiftyMegabytes) {
+  const auto reply = host_.Call("loadVPNPreference", {{"config", std::string(50'000'000, 'x')}});
+  EXPECT_EQ(reply["error"]["code"], "INVALID_CONFIG");
+  EXPECT_EQ(host_.Call("isRunning")["success"], false);
+}
+
+// Arguments of every kind, most of them wrong for most methods.
+std::vector<Json> AllKindsOfArguments() {
+  return {nullptr,
+          true,
+          7,
+          {{"$int64", 7}},
+          1.5,
+          "text",
+          "\xc3\xa9",
+          {{"$latin1", "\xc3\xbf"}},
+          Json::array(),
+          {"text", 1},
+          Json::object(),
+          {{"config", "{}"}, {"autoConfigureProxy", "yes"}},
+          {{"config", 5}},
+          {{"enabled", 1}},
+          {{"reason", "tray_quit"}},
+          {{"incidentId", "../x"}, {"reimportCount", {{"$int64", 1}}}},
+          {{"$map", {{1, 2}}}},
+          {{"$bytes", "00ff"}}};
+}
+
+TEST_F(Channel, AnswersEveryCallOnceWhateverItSays) {
+  const std::vector<std::string> methods{"loadVPNPreference",
+                                         "doConnectVpn",
+                                         "stopVPN",
+                                         "isRunning",
+                                         "getStatus",
+                                         "getCoreVersion",
+                                         "refreshVPNStatus",
+                                         "isobtainedNecessaryPermissions",
+                                         "enableAutoReconnect",
+                                         "disableAutoReconnect",
+                                         "getOnDemandStatus",
+                                         "isBatteryOptimizationIgnored",
+                                         "requestBatteryOptimizationExemption",
+                                         "isAlwaysOnVpnEnabled",
+                                         "openVpnSettings",
+                                         "disconnectForNodeSwitching",
+                                         "connectForNodeSwitching",
+                                         "restoreUserAutoReconnectPreference",
+                                         "checkForStuckState",
+                                         "getWindowsDiagnosticsEnabled",
+                                         "getWindowsDiagnosticsFailure",
+                                         "setWindowsDiagnosticsEnabled",
+                                         "checkForCrashLogs",
+                                         "importPendingIncidents",
+                                         "getPendingIncidents",
+                                         "acknowledgeIncident",
+                                         "recordShutdownIntent",
+                                         "clearShutdownIntent",
+                                         "getLibboxLogPath",
+                                         "checkAdminPrivileges",
+                                         "clearSystemProxy",
+                                         "performUrlTest",
+                                         "getAutoSelectorInfo",
+                                         "getWindowsRuntimeDiagnostics",
+                                         "noSuchMethod",
+                                         "startupBreadcrumb",
+                                         "startupUpdate"};
+  const auto arguments = AllKindsOfArguments();
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  constexpr int kCalls = 400;
+  for (int id = 1; id <= kCalls; ++id) {
+    host_.Send({{"call", methods[random() % methods.size()]},
+                {"args", arguments[random() % arguments.size()]},
+                {"channel", random() % 8 == 0 ? "core" : "vpn"},
+                {"id", id}});
+  }
+  EXPECT_EQ(host_.Finish(), 0) << host_.Transcript();
+  std::set<Json> answered;
+  for (const auto& line : host_.lines()) {
+    for (const auto* fault : {"violation", "malformed", "timeout", "console_error"}) {
+      EXPECT_FALSE(line.contains(fault)) << line;
+    }
+    if (line.contains("reply")) {
+      EXPECT_TRUE(answered.insert(line["reply"]).second) << line;
+    }
+  }
+  EXPECT_EQ(answered.size(), static_cast<std::size_t>(kCalls));
+}
+
+}  // namespace
+}  // namespace korvane::test

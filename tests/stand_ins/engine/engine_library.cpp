@@ -1,0 +1,78 @@
+#include "stand_ins/engine/engine_library.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "platform/os.h"
+#include "support/temporary_folder.h"
+
+namespace korvane::test {
+namespace {
+
+// The path itself when it is absolute.
+std::filesystem::path Built(const std::filesystem::path& file) {
+  return std::filesystem::absolute(std::filesystem::path(KORVANE_ENGINE_FOLDER) / file);
+}
+
+template <typename Function>
+void Bind(platform::ModuleHandle module, const char* name, Function& function) {
+  function = reinterpret_cast<Function>(platform::os().dynamic_libraries->Symbol(module, name));
+}
+
+}  // namespace
+
+EngineLibrary::EngineLibrary(const std::filesystem::path& file) {
+  const auto module = platform::os().dynamic_libraries->Load(Built(file));
+  if (!module) {
+    throw std::runtime_error("no library: " + file.string());
+  }
+  Bind(module.value(), "singbox_new_service", new_service);
+  Bind(module.value(), "singbox_start_service", start_service);
+  Bind(module.value(), "singbox_close_service", close_service);
+  Bind(module.value(), "singbox_get_version", get_version);
+  Bind(module.value(), "singbox_get_last_error", get_last_error);
+  Bind(module.value(), "singbox_free_string", free_string);
+  Bind(module.value(), "singbox_set_crash_output", set_crash_output);
+}
+
+std::optional<std::string> EngineLibrary::Take(char* text) const {
+  if (text == nullptr) {
+    return std::nullopt;
+  }
+  std::string copy(text);
+  free_string(text);
+  return copy;
+}
+
+std::optional<std::string> EngineLibrary::Version() const { return Take(get_version()); }
+
+std::optional<std::string> EngineLibrary::LastError() const { return Take(get_last_error()); }
+
+std::uint64_t EngineLibrary::New(const nlohmann::json& configuration) const {
+  return new_service(configuration.dump().c_str());
+}
+
+std::uint64_t EngineLibrary::Start(const nlohmann::json& configuration) const {
+  const std::uint64_t id = New(configuration);
+  EXPECT_NE(id, 0U) << LastError().value_or("");
+  EXPECT_EQ(start_service(id), 0) << LastError().value_or("");
+  return id;
+}
+
+std::filesystem::path CopyOfLibrary(const std::filesystem::path& folder,
+                                    const nlohmann::json& options) {
+  std::filesystem::copy(Built("sing-box.dll"), folder / "sing-box.dll");
+  WriteBytes(folder / "sing-box.stand_in.json", options.dump());
+  return folder / "sing-box.dll";
+}
+
+void RunningService::Close() {
+  const std::uint64_t id = std::exchange(id_, 0);
+  if (id != 0) {
+    EXPECT_EQ(engine_.close_service(id), 0);
+  }
+}
+
+}  // namespace korvane::test
