@@ -52,7 +52,7 @@ void ReportState(State& state, HWND window) {
   const auto report = state.report.load();
   const bool visible = IsWindowVisible(window) != 0;
   const bool iconic = IsIconic(window) != 0;
-  const bool foreground = GetForegroundWindow() == window;
+  const bool foreground = !iconic && GetForegroundWindow() == window;
   const bool was_visible = std::exchange(state.was_visible, visible);
   const bool was_iconic = std::exchange(state.was_iconic, iconic);
   const bool was_foreground = std::exchange(state.was_foreground, foreground);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <bitset>
 #include <functional>
 
 #include "platform/real_os.h"
@@ -67,17 +68,21 @@ TEST(PosixErrorStream, StreamMadeNonBlockingLosesNothing) {
   EXPECT_TRUE(text == line + "\n");
 }
 
+// The descriptors that a child would inherit.
+std::bitset<256> InheritedDescriptors() {
+  std::bitset<256> inherited;
+  for (std::size_t descriptor = 0; descriptor < inherited.size(); ++descriptor) {
+    const int flags = ::fcntl(static_cast<int>(descriptor), F_GETFD);
+    inherited[descriptor] = flags >= 0 && (flags & FD_CLOEXEC) == 0;
+  }
+  return inherited;
+}
+
 TEST(PosixErrorStream, SilencedStreamIsKeptFromChildrenAndTheyGetTheNullDevice) {
   EXPECT_TRUE(RunsToItsEnd([] {
-    static_cast<void>(RealErrorStream().SilenceStandardError());
-    const int next = ::dup(STDERR_FILENO);
-    bool right = (::fcntl(STDERR_FILENO, F_GETFD) & FD_CLOEXEC) == 0;
-    for (int descriptor = STDERR_FILENO + 1; descriptor < next; ++descriptor) {
-      const int flags = ::fcntl(descriptor, F_GETFD);
-      const bool is_null = ::isatty(descriptor) == 0 && flags < 0;
-      right = right && (is_null || (flags & FD_CLOEXEC) != 0);
-    }
-    ::_exit(right ? 0 : 1);
+    const auto before = InheritedDescriptors();
+    const bool silenced = RealErrorStream().SilenceStandardError();
+    ::_exit(silenced && InheritedDescriptors() == before ? 0 : 1);
   }));
 }
 

@@ -161,7 +161,7 @@ TEST_F(WindowServiceTest, ElevatedWindowTakesFromOthersOnlyWhatItLetThrough) {
   EXPECT_TRUE(os().windows->Post(window, kAllowed + 1, 0, 0).ok());
 }
 
-TEST(RuntimeFolderTest, FolderIsTheUsersOwnAndClosedToOthers) {
+TEST(RuntimeFolder, FolderIsTheUsersOwnAndClosedToOthers) {
   const test::TemporaryFolder session;
   const ScopedEnvironment environment("XDG_RUNTIME_DIR", session.path().string());
   const std::filesystem::path folder = session / "korvane";
@@ -180,7 +180,7 @@ TEST(RuntimeFolderTest, FolderIsTheUsersOwnAndClosedToOthers) {
   EXPECT_EQ(RuntimeFolder().error(), static_cast<ErrorCode>(EPERM)) << "a link";
 }
 
-TEST(RuntimeFolderTest, TemporaryFolderServesWithoutASession) {
+TEST(RuntimeFolder, TemporaryFolderServesWithoutASession) {
   const std::string fallback = "/tmp/korvane-" + std::to_string(geteuid());
   for (const char* session : {"relative/folder", "/nowhere/at/all", ""}) {
     const ScopedEnvironment environment("XDG_RUNTIME_DIR", session);

@@ -165,7 +165,6 @@ TEST_F(Console, MeetsWaitsByWhatArrivedAfterTheLastOne) {
           send("onVPNError", "first"),
           R"({"wait":{"method":"onVPNError"}})",
           R"({"wait":{"reply":1}})",
-          R"({"wait":{"window":"shown"}})",
           R"({"wait":{"idle_ms":20}})",
           "",
           "# Both ways of the word are one arrival, and it was taken.",
