@@ -81,7 +81,7 @@ std::bitset<256> InheritedDescriptors() {
 TEST(PosixErrorStream, SilencedStreamIsKeptFromChildrenAndTheyGetTheNullDevice) {
   EXPECT_TRUE(RunsToItsEnd([] {
     const auto before = InheritedDescriptors();
-    const bool silenced = RealErrorStream().SilenceStandardError();
+    const bool silenced = static_cast<bool>(RealErrorStream().SilenceStandardError());
     ::_exit(silenced && InheritedDescriptors() == before ? 0 : 1);
   }));
 }
