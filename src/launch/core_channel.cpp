@@ -85,7 +85,7 @@ Reason RecordUpdate(const EncodableMap& arguments) {
   EncodableMap update;
   for (const std::string_view key : kUpdateKeys) {
     const EncodableValue* const value = flutter::Find(arguments, key);
-    if (const Reason reason = CheckUpdateField(key, value); !reason.empty()) {
+    if (Reason reason = CheckUpdateField(key, value); !reason.empty()) {
       return reason;
     }
     update.emplace(EncodableValue(std::string(key)), *value);

@@ -95,7 +95,7 @@ bool Win32Window::Create(const std::wstring& title, WindowOrigin origin, WindowS
 void Win32Window::Show() { os().windows->Show(window_handle_, platform::kShowNormal); }
 
 void Win32Window::Destroy() {
-  OnDestroy();
+  OnDestroy();  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): from the destructor, the base's
   if (window_handle_ != nullptr) {
     static_cast<void>(os().windows->Destroy(window_handle_));
     window_handle_ = nullptr;
@@ -186,6 +186,7 @@ platform::MessageResult Win32Window::MessageHandler(platform::WindowHandle windo
 platform::MessageResult Win32Window::HandleSettingChange(platform::WindowHandle window,
                                                          platform::MessageParameter parameter,
                                                          platform::MessageData data) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): what the message carries
   const auto* const changed = reinterpret_cast<const wchar_t*>(data);
   if (changed == nullptr || std::wcscmp(changed, kColorSetChanged) != 0) {
     return os().windows->DefaultProcedure(window, platform::kWmSettingChange, parameter, data);
@@ -196,6 +197,7 @@ platform::MessageResult Win32Window::HandleSettingChange(platform::WindowHandle 
 }
 
 void Win32Window::TakeSuggestedArea(platform::WindowHandle window, platform::MessageData data) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): what the message carries
   const auto* const area = reinterpret_cast<const platform::Rectangle*>(data);
   if (area != nullptr) {  // a message from outside may bring none
     os().windows->Place(window, area->left, area->top, area->right - area->left,
