@@ -95,7 +95,8 @@ bool Win32Window::Create(const std::wstring& title, WindowOrigin origin, WindowS
 void Win32Window::Show() { os().windows->Show(window_handle_, platform::kShowNormal); }
 
 void Win32Window::Destroy() {
-  OnDestroy();  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): from the destructor, the base's
+  // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): the destructor means the base's
+  OnDestroy();
   if (window_handle_ != nullptr) {
     static_cast<void>(os().windows->Destroy(window_handle_));
     window_handle_ = nullptr;

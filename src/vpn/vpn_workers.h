@@ -8,26 +8,19 @@
 
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "flutter_boundary/method_result.h"
+#include "platform/detached_thread.h"
 
 namespace korvane {
 
 using OwnedResult = std::unique_ptr<flutter::MethodResult<>>;
 
-// Runs `work` on a new detached thread. A thread that can't be made ends the process, as does an
-// exception that leaves the work.
-template <typename Work>
-void StartWorker(Work work) noexcept {
-  std::thread([work = std::move(work)]() noexcept { work(); }).detach();
-}
-
 // Runs `worker` with the result that it is to answer, and copies of the inputs.
 template <typename Worker, typename... Inputs>
 void HandOver(OwnedResult result, Worker worker, Inputs... inputs) noexcept {
-  StartWorker([result = std::move(result), worker, ... inputs = std::move(inputs)] {
+  platform::RunDetached([result = std::move(result), worker, ... inputs = std::move(inputs)] {
     worker(result, inputs...);
   });
 }
