@@ -42,7 +42,7 @@ WindowHandle MakeWindowHandle(std::uint32_t process, std::uint32_t serial) {
 }
 
 std::uint32_t ProcessOfHandle(WindowHandle window) {
-  return static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(window) >> kProcessShift);
+  return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(window) >> kProcessShift);
 }
 
 MessageResult WindowRecipient::Receive(WindowHandle window, std::uint32_t message,

@@ -41,6 +41,7 @@ class HeadlessWindowSystem : public WindowSystem {
   }
 
   void* CreationParameter(MessageData data) override {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): what the message carries
     return reinterpret_cast<const HeadlessCreation*>(data)->parameter;
   }
 
