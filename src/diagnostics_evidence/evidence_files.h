@@ -1,0 +1,46 @@
+// evidence_files.h: the file primitives on which the evidence rests.
+//
+// Paths are narrow, in the process code page; files are bytes. Nothing throws. What fails is said
+// on the error stream behind "[LibboxLogBuffer] ". A commit leaves, when the process dies in its
+// middle, the old file and perhaps a sibling with the suffix ".tmp"; whoever reads never looks at
+// siblings.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "platform/files.h"
+
+namespace korvane {
+
+// Writes a line to the error stream behind "[LibboxLogBuffer] ".
+void ReportEvidence(const std::string& text);
+
+std::filesystem::path EvidencePath(const std::string& narrow);
+
+// Creates or truncates the file for itself alone, writes everything in one write, flushes to disk.
+// A short write or a failed flush gives false, and the file stays as far as it got.
+bool writeFileDurable(const std::string& path, std::string_view bytes);
+
+// The atomic form: writes path + ".tmp" durably and renames it over the path.
+bool commitFile(const std::string& path, std::string_view bytes);
+
+// Reads at most max_bytes from the start; a longer file is cut, and that is no error. On false,
+// absent_out (may be null) tells a file that isn't there, silently, from one that can't be read.
+bool readBounded(const std::string& path, std::size_t max_bytes, std::string& out,
+                 bool* absent_out = nullptr);
+
+// Whether anything stands at the path. A question that fails counts as yes, so that nothing is
+// overwritten or lost on its account.
+bool EvidenceExists(const std::string& path);
+
+// Removes a file; true when it is gone or was never there. On false, `error` says why.
+bool RemoveEvidenceFile(const std::string& path, platform::ErrorCode& error);
+
+// Removes what stands at the path, with all that is in it. Links and other reparse points are left
+// alone and count as failures; a failure never stops the walk. True when nothing is left.
+bool RemoveEvidenceTree(const std::filesystem::path& path);
+
+}  // namespace korvane
