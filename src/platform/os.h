@@ -15,6 +15,7 @@
 #include "platform/files.h"
 #include "platform/identifiers.h"
 #include "platform/kernel_objects.h"
+#include "platform/loopback_http.h"
 #include "platform/process.h"
 #include "platform/proxy_settings.h"
 #include "platform/registry.h"
@@ -35,6 +36,7 @@ struct Os {
   Files* files = nullptr;
   Identifiers* identifiers = nullptr;
   KernelObjects* kernel_objects = nullptr;
+  LoopbackHttp* loopback_http = nullptr;
   Process* process = nullptr;
   ProxySettings* proxy_settings = nullptr;
   Registry* registry = nullptr;

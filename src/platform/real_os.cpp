@@ -13,6 +13,7 @@ const Os& RealOs() {
       .files = &RealFiles(),
       .identifiers = &RealIdentifiers(),
       .kernel_objects = &RealKernelObjects(),
+      .loopback_http = &RealLoopbackHttp(),
       .process = &RealProcess(),
       .proxy_settings = &RealProxySettings(),
       .registry = &RealRegistry(),

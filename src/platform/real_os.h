@@ -17,6 +17,7 @@ ErrorStream& RealErrorStream();
 Files& RealFiles();
 Identifiers& RealIdentifiers();
 KernelObjects& RealKernelObjects();
+LoopbackHttp& RealLoopbackHttp();
 Process& RealProcess();
 ProxySettings& RealProxySettings();
 Registry& RealRegistry();

@@ -143,6 +143,8 @@ std::unique_ptr<platform::Files> Count(platform::Files& inner, OperationCounter&
 std::unique_ptr<platform::Registry> Count(platform::Registry& inner, OperationCounter& counter);
 std::unique_ptr<platform::ProxySettings> Count(platform::ProxySettings& inner,
                                                OperationCounter& counter);
+std::unique_ptr<platform::LoopbackHttp> Count(platform::LoopbackHttp& inner,
+                                              OperationCounter& counter);
 std::unique_ptr<platform::Process> Count(platform::Process& inner, OperationCounter& counter);
 std::unique_ptr<platform::KernelObjects> Count(platform::KernelObjects& inner,
                                                OperationCounter& counter);

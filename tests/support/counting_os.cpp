@@ -71,6 +71,7 @@ struct CountingOs::Sides {
         identifiers(Count(*inner.identifiers, counter)),
         kernel_objects(Count(*inner.kernel_objects, counter)),
         elevation(Count(*inner.elevation, *kernel_objects, counter)),
+        loopback_http(Count(*inner.loopback_http, counter)),
         process(Count(*inner.process, counter)),
         proxy_settings(Count(*inner.proxy_settings, counter)),
         registry(Count(*inner.registry, counter)),
@@ -88,6 +89,7 @@ struct CountingOs::Sides {
   std::unique_ptr<platform::Identifiers> identifiers;
   std::unique_ptr<platform::KernelObjects> kernel_objects;
   std::unique_ptr<platform::Elevation> elevation;
+  std::unique_ptr<platform::LoopbackHttp> loopback_http;
   std::unique_ptr<platform::Process> process;
   std::unique_ptr<platform::ProxySettings> proxy_settings;
   std::unique_ptr<platform::Registry> registry;
@@ -104,6 +106,7 @@ struct CountingOs::Sides {
       .files = files.get(),
       .identifiers = identifiers.get(),
       .kernel_objects = kernel_objects.get(),
+      .loopback_http = loopback_http.get(),
       .process = process.get(),
       .proxy_settings = proxy_settings.get(),
       .registry = registry.get(),
