@@ -1,5 +1,7 @@
 #include "diagnostics_evidence/evidence_files.h"
 
+#include <utility>
+
 #include "flutter_boundary/utf8.h"
 #include "platform/os.h"
 
@@ -14,17 +16,62 @@ bool FailedWith(const char* what, const std::string& path, platform::ErrorCode e
   return false;
 }
 
-bool RemoveChildren(const std::filesystem::path& folder) {
-  const auto entries = os().files->List(folder);
-  if (!entries) {
-    return false;
+// Removes a folder tree and keeps the first failure; see RemoveEvidenceTree.
+class TreeRemoval {
+ public:
+  void Remove(const std::filesystem::path& path) {
+    const auto kind = os().files->Inspect(path);
+    if (!kind) {
+      Failed(EvidenceErrorText(kind.error()));
+      return;
+    }
+    switch (kind.value()) {
+      case platform::EntryKind::kAbsent:
+        return;
+      case platform::EntryKind::kReparsePoint:
+        Failed("a link is left alone");
+        return;
+      case platform::EntryKind::kDirectory:
+        RemoveFolder(path);
+        return;
+      case platform::EntryKind::kFile:
+      case platform::EntryKind::kOther:
+        Check(os().files->RemoveFile(path));
+        return;
+    }
   }
-  bool removed = true;
-  for (const platform::DirectoryEntry& entry : entries.value()) {
-    removed = RemoveEvidenceTree(folder / entry.name) && removed;
+
+  [[nodiscard]] bool failed() const { return failed_; }
+  [[nodiscard]] const std::string& first_failure() const { return first_failure_; }
+
+ private:
+  void RemoveFolder(const std::filesystem::path& folder) {
+    const auto entries = os().files->List(folder);
+    if (entries) {
+      for (const platform::DirectoryEntry& entry : entries.value()) {
+        Remove(folder / entry.name);
+      }
+    } else {
+      Failed(EvidenceErrorText(entries.error()));
+    }
+    Check(os().files->RemoveDirectory(folder));
   }
-  return removed;
-}
+
+  void Check(const platform::Status& removed) {
+    if (!removed && !os().files->IsNotFound(removed.error())) {
+      Failed(EvidenceErrorText(removed.error()));
+    }
+  }
+
+  void Failed(std::string why) {
+    if (!std::exchange(failed_, true)) {
+      first_failure_ = std::move(why);
+    }
+  }
+
+  bool failed_ = false;
+  std::string first_failure_;
+};
 
 }  // namespace
 
@@ -61,7 +108,7 @@ bool commitFile(const std::string& path, std::string_view bytes) {
   }
   const auto renamed = os().files->Rename(EvidencePath(sibling), EvidencePath(path));
   if (!renamed) {
-    ReportEvidence("Failed to commit " + path + ": " + os().text->ErrorMessage(renamed.error()));
+    ReportEvidence("Failed to commit " + path + ": " + EvidenceErrorText(renamed.error()));
     static_cast<void>(os().files->RemoveFile(EvidencePath(sibling)));
     return false;
   }
@@ -114,26 +161,66 @@ bool RemoveEvidenceFile(const std::string& path, platform::ErrorCode& error) {
   return false;
 }
 
-bool RemoveEvidenceTree(const std::filesystem::path& path) {
-  const auto kind = os().files->Inspect(path);
-  if (!kind) {
+bool RemoveEvidenceTree(const std::filesystem::path& path, std::string* first_failure) {
+  TreeRemoval removal;
+  removal.Remove(path);
+  if (first_failure != nullptr) {
+    *first_failure = removal.first_failure();
+  }
+  return !removal.failed();
+}
+
+bool ReadLastLines(const std::string& path, std::size_t count, std::deque<std::string>& lines) {
+  auto file = os().files->Open(EvidencePath(path), platform::OpenMode::kRead);
+  if (!file) {
     return false;
   }
-  switch (kind.value()) {
-    case platform::EntryKind::kAbsent:
-      return true;
-    case platform::EntryKind::kReparsePoint:
-      return false;
-    case platform::EntryKind::kDirectory: {
-      const bool emptied = RemoveChildren(path);
-      return os().files->RemoveDirectory(path).ok() && emptied;
+  std::string line;
+  const auto keep = [&] {
+    if (!line.empty()) {
+      lines.push_back(std::exchange(line, {}));
     }
-    case platform::EntryKind::kFile:
-    case platform::EntryKind::kOther:
-      break;
+    if (lines.size() > count) {
+      lines.pop_front();
+    }
+  };
+  constexpr std::uint64_t kChunkBytes = 65'536;
+  for (auto chunk = os().files->Read(file.value(), kChunkBytes); chunk && !chunk.value().empty();
+       chunk = os().files->Read(file.value(), kChunkBytes)) {
+    for (const char c : chunk.value()) {
+      if (c == '\n') {
+        keep();
+      } else {
+        line += c;
+      }
+    }
   }
-  const auto removed = os().files->RemoveFile(path);
-  return removed || os().files->IsNotFound(removed.error());
+  keep();
+  return true;
+}
+
+FolderFiles ListFolderFiles(const std::string& folder) {
+  FolderFiles files;
+  const std::filesystem::path path = EvidencePath(folder);
+  const auto entries = os().files->List(path);
+  if (!entries) {
+    files.listing_error = EvidenceErrorText(entries.error());
+    return files;
+  }
+  for (const platform::DirectoryEntry& entry : entries.value()) {
+    const auto kind = os().files->Inspect(path / entry.name);
+    if (!kind) {
+      files.entry_error = EvidenceErrorText(kind.error());
+    } else if (kind.value() == platform::EntryKind::kFile) {
+      files.names.push_back(os().text->NarrowFromPath(entry.name));
+    }
+  }
+  return files;
+}
+
+std::string EvidenceErrorText(platform::ErrorCode error) {
+  const std::string text = os().text->ErrorMessage(error);
+  return text.empty() ? "error " + std::to_string(error) : text;
 }
 
 }  // namespace korvane

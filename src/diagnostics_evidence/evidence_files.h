@@ -7,9 +7,11 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/files.h"
 
@@ -40,7 +42,25 @@ bool EvidenceExists(const std::string& path);
 bool RemoveEvidenceFile(const std::string& path, platform::ErrorCode& error);
 
 // Removes what stands at the path, with all that is in it. Links and other reparse points are left
-// alone and count as failures; a failure never stops the walk. True when nothing is left.
-bool RemoveEvidenceTree(const std::filesystem::path& path);
+// alone and count as failures; a failure never stops the walk. True when nothing is left; otherwise
+// `first_failure` (may be null) says why the first thing stayed.
+bool RemoveEvidenceTree(const std::filesystem::path& path, std::string* first_failure = nullptr);
+
+// The last `count` non-empty lines of a file of any length, without their line feeds. False when it
+// can't be opened; a read error ends the reading with what was read.
+bool ReadLastLines(const std::string& path, std::size_t count, std::deque<std::string>& lines);
+
+// The regular files of a folder, by name.
+struct FolderFiles {
+  std::vector<std::string> names;
+  // Why the folder could not be listed; empty when it could. `names` is then empty.
+  std::string listing_error;
+  // Why an entry could not be told from a regular file; empty when all could.
+  std::string entry_error;
+};
+FolderFiles ListFolderFiles(const std::string& folder);
+
+// The system's message for an error, for the error stream and for notes.
+std::string EvidenceErrorText(platform::ErrorCode error);
 
 }  // namespace korvane

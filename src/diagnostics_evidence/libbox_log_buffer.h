@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "diagnostics_evidence/evidence_state.h"
 #include "platform/mutex.h"
 
 namespace korvane {
@@ -55,14 +56,19 @@ class LibboxLogBuffer {
  public:
   static LibboxLogBuffer& instance();
 
+  // Reads the preference, and clears what was kept when capture is off. The program uses instance()
+  // alone; a test makes one for each process that it plays.
+  LibboxLogBuffer();
+
   // Whether capture is on, and the user-visible text of the last failure (empty when none).
   bool getWindowsDiagnosticsEnabled();
   std::string getWindowsDiagnosticsFailure();
   // Stores the preference. On false, failure_out (may be null) tells why; capture is then off.
   bool setWindowsDiagnosticsEnabled(bool enabled, std::string* failure_out);
 
-  // The archive's folder, with a trailing separator.
-  std::string incidentsDirectory();
+  // The evidence root and the archive's folder, with trailing separators. No lock.
+  std::string baseDirectory() const;
+  std::string incidentsDirectory() const;
   // Id of the session that was begun last in this process; empty before the first.
   std::string currentSessionId();
   // Path of the session log; empty while capture is off.
@@ -95,10 +101,15 @@ class LibboxLogBuffer {
   // Journal lines of evicted incidents, at most `limit` and a line about a journal fault on top.
   std::vector<std::string> evictedIncidents(std::size_t limit);
   std::int32_t evictedCount();
+  // Reports the newest unexplained incident once. Platform thread only; the lock is held for the
+  // listing alone, so an import on another thread may come in between.
   std::optional<CrashSummary> checkForCrashLogs();
 
  private:
+  // Its paths never change and may be read without the lock.
+  const EvidenceState paths_;
   Mutex mutex_;
+  EvidenceState state_ KORVANE_GUARDED_BY(mutex_);
 };
 
 // Whether a reason is one of the nine that the shutdown record knows.

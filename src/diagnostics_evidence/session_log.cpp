@@ -36,45 +36,17 @@ bool AppendLine(const std::string& path, const std::string& line) {
   return true;
 }
 
-// The last non-empty lines of the file, each with a line feed; false when it can't be opened.
-bool ReadLastLines(const std::string& path, std::size_t keep_lines, std::string& tail) {
-  auto file = os().files->Open(EvidencePath(path), platform::OpenMode::kRead);
-  if (!file) {
-    return false;
-  }
-  std::deque<std::string> lines;
-  std::string line;
-  const auto keep = [&] {
-    if (!line.empty()) {
-      lines.push_back(std::exchange(line, {}));
-    }
-    if (lines.size() > keep_lines) {
-      lines.pop_front();
-    }
-  };
-  constexpr std::uint64_t kChunkBytes = 65'536;
-  for (auto chunk = os().files->Read(file.value(), kChunkBytes); chunk && !chunk.value().empty();
-       chunk = os().files->Read(file.value(), kChunkBytes)) {
-    for (const char c : chunk.value()) {
-      if (c == '\n') {
-        keep();
-      } else {
-        line += c;
-      }
-    }
-  }
-  keep();
-  for (const std::string& kept : lines) {
-    tail += kept + '\n';
-  }
-  return true;
-}
-
 void Rotate(const std::string& path, std::size_t keep_lines) {
-  std::string tail;
-  if (!ReadLastLines(path, keep_lines, tail)) {
+  std::deque<std::string> lines;
+  if (!ReadLastLines(path, keep_lines, lines)) {
     ReportEvidence("Failed to open journal for rotation: " + path);
-  } else if (!commitFile(path, tail)) {
+    return;
+  }
+  std::string tail;
+  for (const std::string& line : lines) {
+    tail += line + '\n';
+  }
+  if (!commitFile(path, tail)) {
     ReportEvidence("Failed to rotate journal: " + path);
   }
 }
