@@ -1,0 +1,327 @@
+#include "egress/json_document.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include <nlohmann/json.hpp>
+
+#include "support/small_stack.h"
+
+namespace korvane {
+namespace {
+
+using testing::ElementsAre;
+
+std::string Nested(std::size_t levels, const std::string& inside) {
+  return std::string(levels, '[') + inside + std::string(levels, ']');
+}
+
+std::string Repeated(std::size_t times, std::string_view piece, std::string_view begin = "") {
+  std::string text(begin);
+  for (; times > 0; --times) {
+    text += piece;
+  }
+  return text;
+}
+
+TEST(JsonDocumentTest, AcceptsAndRefusesAsStated) {
+  struct Case {
+    std::string text;
+    bool accepted;
+  };
+  const std::vector<Case> cases = {
+      {"{}", true},
+      {"[]", true},
+      {" 1 ", true},
+      {"null", true},
+      {"\t\r\n {\r\"a\" : [ ] , \"b\":\n{ } }\t", true},
+      {R"([1,"a",true,false,null,{"k":[]}])", true},
+      {"\"\"", true},
+      {"\"raw\nline\tbreak\x01\"", true},
+      {"\"\xFF\xC0\"", true},  // bytes of a string aren't checked
+      {std::string("\"a\0b\"", 5), true},
+      {"007", true},
+      {"-007.50E+01", true},
+
+      {"", false},
+      {" \t\r\n", false},
+      {"1 2", false},
+      {"{},", false},
+      {"{}{}", false},
+      {"[1,]", false},
+      {"[,1]", false},
+      {"[1 2]", false},
+      {"{\"a\":1,}", false},
+      {"{\"a\" 1}", false},
+      {"{a:1}", false},
+      {"{1:1}", false},
+      {"{\"a\":}", false},
+      {"{\"a\":1 \"b\":2}", false},
+      {"{\"a\":1]", false},
+      {"[1}", false},
+      {"]", false},
+      {"[", false},
+      {"{", false},
+      {"[1", false},
+      {"{\"a\"", false},
+      {"{\"a\":1", false},
+      {"tru", false},
+      {"truex", false},
+      {"True", false},
+      {"nul", false},
+      {"'a'", false},
+      {"// c\n1", false},
+      {"\xEF\xBB\xBF{}", false},  // a byte-order mark is no blank
+      {"\f1", false},
+      {"\v1", false},
+      {"\xC2\xA0"
+       "1",
+       false},
+      {std::string("1\0", 2), false},
+      {std::string("\0", 1), false},
+
+      {".5", false},
+      {"1.", false},
+      {"1.e3", false},
+      {"1e", false},
+      {"1e+", false},
+      {"1e+-2", false},
+      {"+1", false},
+      {"-", false},
+      {"--1", false},
+      {"- 1", false},
+      {"1.2.3", false},
+      {"0x10", false},
+      {"NaN", false},
+      {"Infinity", false},
+
+      {"\"", false},
+      {"\"a", false},
+      {"\"a\\", false},
+      {"\"a\\\"", false},
+      {"\"\\q\"", false},
+      {"\"\\U0041\"", false},
+      {"\"\\u\"", false},
+      {"\"\\u12\"", false},
+      {"\"\\u12G4\"", false},
+      {"\"\\u-123\"", false},
+      {"\"\\u 123\"", false},
+      {"\"\\u123", false},
+      {"\"\\uD83D\\u12\"", false},
+      {"\"\\uD83D\\\"", false},
+  };
+  for (const Case& each : cases) {
+    EXPECT_EQ(ParseJsonDocument(each.text).has_value(), each.accepted) << each.text;
+  }
+}
+
+TEST(JsonDocumentTest, KeepsOnlyIntegersOf64Bits) {
+  struct Case {
+    const char* text;
+    JsonKind kind;
+    std::int64_t value;
+  };
+  constexpr Case kCases[] = {
+      {"0", JsonKind::kInteger, 0},
+      {"-0", JsonKind::kInteger, 0},
+      {"007", JsonKind::kInteger, 7},
+      {"-0012", JsonKind::kInteger, -12},
+      {"9223372036854775807", JsonKind::kInteger, INT64_MAX},
+      {"00000000000000000009223372036854775807", JsonKind::kInteger, INT64_MAX},
+      {"-9223372036854775808", JsonKind::kInteger, INT64_MIN},
+      {"9223372036854775808", JsonKind::kOtherNumber, 0},
+      {"-9223372036854775809", JsonKind::kOtherNumber, 0},
+      {"12345678901234567890", JsonKind::kOtherNumber, 0},
+      {"1.0", JsonKind::kOtherNumber, 0},
+      {"443.0", JsonKind::kOtherNumber, 0},
+      {"1e3", JsonKind::kOtherNumber, 0},
+      {"1E-3", JsonKind::kOtherNumber, 0},
+      {"1e999999999", JsonKind::kOtherNumber, 0},
+  };
+  for (const Case& each : kCases) {
+    const auto root = ParseJsonDocument(each.text);
+    ASSERT_TRUE(root) << each.text;
+    EXPECT_EQ(root->kind, each.kind) << each.text;
+    EXPECT_EQ(root->intValue, each.value) << each.text;
+  }
+}
+
+TEST(JsonDocumentTest, DecodesEscapesIntoBytes) {
+  struct Case {
+    const char* text;
+    std::string bytes;
+  };
+  const std::vector<Case> cases = {
+      {R"("\"\\\/\b\f\n\r\t")", "\"\\/\b\f\n\r\t"},
+      {R"("\u0041\u00e9\u20AC")", "A\xC3\xA9\xE2\x82\xAC"},
+      {R"("a\u0000b")", std::string("a\0b", 3)},
+      {R"("\u007F\u0080\u07FF\u0800\uFFFF")", "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
+      {R"("\uD83D\uDE00")", "\xF0\x9F\x98\x80"},
+      {R"("\ud800\udc00\uDBFF\uDFFF")", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
+      // Lone surrogates stand as three bytes, and what follows them is read for itself.
+      {R"("\uD83Dx")", "\xED\xA0\xBDx"},
+      {R"("\uDE00")", "\xED\xB8\x80"},
+      {R"("\uDE00\uD83D")", "\xED\xB8\x80\xED\xA0\xBD"},
+      {R"("\uD83D\uD83D\uDE00")", "\xED\xA0\xBD\xF0\x9F\x98\x80"},
+      {R"("\uD83D\u0041")",
+       "\xED\xA0\xBD"
+       "A"},
+      {R"("\uD83D\n")", "\xED\xA0\xBD\n"},
+  };
+  for (const Case& each : cases) {
+    const auto root = ParseJsonDocument(each.text);
+    ASSERT_TRUE(root) << each.text;
+    EXPECT_EQ(root->stringValue, each.bytes) << each.text;
+  }
+}
+
+TEST(JsonDocumentTest, KeepsKeysInOrderWithDuplicates) {
+  const auto root = ParseJsonDocument(R"({"b":1,"a":2,"b":3,"":4,"\u0061":5})");
+  ASSERT_TRUE(root);
+  EXPECT_THAT(root->keys, ElementsAre("b", "a", "b", "", "a"));
+  ASSERT_EQ(root->values.size(), 5U);
+  EXPECT_EQ(FindMember(*root, "b"), root->values.data());  // the first of two
+  EXPECT_EQ(FindMember(*root, "a"), &root->values[1]);
+  EXPECT_EQ(FindMember(*root, ""), &root->values[3]);
+  EXPECT_EQ(FindMember(*root, "B"), nullptr);
+  EXPECT_EQ(FindMember(root->values[0], "b"), nullptr);  // no object
+}
+
+TEST(JsonDocumentTest, CountsDepthOnEveryValue) {
+  EXPECT_TRUE(ParseJsonDocument(Nested(65, "")));
+  EXPECT_FALSE(ParseJsonDocument(Nested(66, "")));
+  EXPECT_TRUE(ParseJsonDocument(Nested(64, "1")));
+  EXPECT_FALSE(ParseJsonDocument(Nested(65, "1")));
+  EXPECT_FALSE(ParseJsonDocument(Nested(65, "\"a\"")));
+  EXPECT_TRUE(ParseJsonDocument(Repeated(64, "{\"a\":") + "{}" + Repeated(64, "}")));
+  EXPECT_FALSE(ParseJsonDocument(Repeated(65, "{\"a\":") + "{}" + Repeated(65, "}")));
+}
+
+TEST(JsonDocumentTest, TakesHostileTextsOnASmallStack) {
+  const std::string deep = std::string(1'000'000, '[');
+  const std::string wide = Repeated(200'000, "[],", "[") + "0]";
+  const std::string number = std::string(2'000'000, '9');
+  const std::string escapes = Repeated(500'000, "\\uD83D", "\"") + "\"";
+  test::RunOnSmallStack([&] {
+    EXPECT_FALSE(ParseJsonDocument(deep));
+    EXPECT_FALSE(ParseJsonDocument(Repeated(500'000, "{\"a\":")));
+    EXPECT_TRUE(ParseJsonDocument(wide));
+    EXPECT_TRUE(ParseJsonDocument(Nested(65, "")));
+    EXPECT_EQ(ParseJsonDocument(number)->kind, JsonKind::kOtherNumber);
+    EXPECT_EQ(ParseJsonDocument(escapes)->stringValue.size(), 1'500'000U);
+  });
+}
+
+// As another reader sees it. Documents of the generator below have no number that isn't a 64-bit
+// integer and no key twice in one object, since the two trees differ there by design.
+nlohmann::json AsOtherTree(const JsonValue& value) {
+  switch (value.kind) {
+    case JsonKind::kBool:
+      return value.boolValue;
+    case JsonKind::kInteger:
+      return value.intValue;
+    case JsonKind::kString:
+      return value.stringValue;
+    case JsonKind::kArray: {
+      auto array = nlohmann::json::array();
+      for (const JsonValue& item : value.items) {
+        array.push_back(AsOtherTree(item));
+      }
+      return array;
+    }
+    case JsonKind::kObject: {
+      auto object = nlohmann::json::object();
+      for (std::size_t i = 0; i < value.keys.size(); ++i) {
+        object[value.keys[i]] = AsOtherTree(value.values[i]);
+      }
+      return object;
+    }
+    default:
+      return nullptr;
+  }
+}
+
+class Generator {
+ public:
+  explicit Generator(unsigned seed) : random_(seed) {}
+
+  nlohmann::json Value(int depth) {
+    switch (Below(depth < 5 ? 8 : 5)) {
+      case 0:
+        return nullptr;
+      case 1:
+        return Below(2) == 0;
+      case 2:
+        return static_cast<std::int64_t>(random_() ^ (std::uint64_t{random_()} << 40));
+      case 3:
+      case 4:
+        return Text();
+      case 5: {
+        auto array = nlohmann::json::array();
+        for (std::size_t n = Below(5); n > 0; --n) {
+          array.push_back(Value(depth + 1));
+        }
+        return array;
+      }
+      default: {
+        auto object = nlohmann::json::object();
+        for (std::size_t n = Below(5); n > 0; --n) {
+          object[Text()] = Value(depth + 1);
+        }
+        return object;
+      }
+    }
+  }
+
+  std::size_t Below(std::size_t bound) { return random_() % bound; }
+
+ private:
+  std::string Text() {
+    const std::vector<std::string> pieces = {
+        "a", "\"", "\\", "/", "\n", "\x01", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
+        "{", ","};
+    std::string text;
+    for (std::size_t n = Below(6); n > 0; --n) {
+      text += pieces[Below(pieces.size())];
+    }
+    return text;
+  }
+
+  std::mt19937 random_;
+};
+
+TEST(JsonDocumentTest, AgreesWithAnotherReaderOnSoundDocuments) {
+  const unsigned seed = std::random_device()();
+  Generator generator(seed);
+  for (int round = 0; round < 2000; ++round) {
+    const nlohmann::json document = generator.Value(0);
+    const bool escaped = generator.Below(2) == 0;
+    const std::string text = document.dump(round % 3 == 0 ? 1 : -1, ' ', escaped);
+    const auto root = ParseJsonDocument(text);
+    ASSERT_TRUE(root) << "seed " << seed << ": " << text;
+    ASSERT_EQ(AsOtherTree(*root), document) << "seed " << seed << ": " << text;
+  }
+}
+
+TEST(JsonDocumentTest, AgreesWithAnotherReaderOnDamagedDocuments) {
+  const unsigned seed = std::random_device()();
+  Generator generator(seed);
+  constexpr std::string_view kDamage =
+      "[]{},:\"tfn \x7F"
+      "a";  // neither digits nor escapes
+  for (int round = 0; round < 2000; ++round) {
+    std::string text = generator.Value(0).dump(-1, ' ', true);
+    const std::size_t place = generator.Below(text.size());
+    if (text.find('\\') != std::string::npos) {
+      continue;  // the other reader is stricter about lone surrogates
+    }
+    text[place] = kDamage[generator.Below(kDamage.size())];
+    ASSERT_EQ(ParseJsonDocument(text).has_value(), nlohmann::json::accept(text))
+        << "seed " << seed << ": " << text;
+  }
+}
+
+}  // namespace
+}  // namespace korvane
