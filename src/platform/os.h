@@ -16,6 +16,7 @@
 #include "platform/identifiers.h"
 #include "platform/kernel_objects.h"
 #include "platform/loopback_http.h"
+#include "platform/network.h"
 #include "platform/process.h"
 #include "platform/proxy_settings.h"
 #include "platform/registry.h"
@@ -37,6 +38,7 @@ struct Os {
   Identifiers* identifiers = nullptr;
   KernelObjects* kernel_objects = nullptr;
   LoopbackHttp* loopback_http = nullptr;
+  Network* network = nullptr;
   Process* process = nullptr;
   ProxySettings* proxy_settings = nullptr;
   Registry* registry = nullptr;

@@ -14,6 +14,7 @@ const Os& RealOs() {
       .identifiers = &RealIdentifiers(),
       .kernel_objects = &RealKernelObjects(),
       .loopback_http = &RealLoopbackHttp(),
+      .network = &RealNetwork(),
       .process = &RealProcess(),
       .proxy_settings = &RealProxySettings(),
       .registry = &RealRegistry(),

@@ -18,6 +18,7 @@ Files& RealFiles();
 Identifiers& RealIdentifiers();
 KernelObjects& RealKernelObjects();
 LoopbackHttp& RealLoopbackHttp();
+Network& RealNetwork();
 Process& RealProcess();
 ProxySettings& RealProxySettings();
 Registry& RealRegistry();

@@ -145,6 +145,7 @@ std::unique_ptr<platform::ProxySettings> Count(platform::ProxySettings& inner,
                                                OperationCounter& counter);
 std::unique_ptr<platform::LoopbackHttp> Count(platform::LoopbackHttp& inner,
                                               OperationCounter& counter);
+std::unique_ptr<platform::Network> Count(platform::Network& inner, OperationCounter& counter);
 std::unique_ptr<platform::Process> Count(platform::Process& inner, OperationCounter& counter);
 std::unique_ptr<platform::KernelObjects> Count(platform::KernelObjects& inner,
                                                OperationCounter& counter);

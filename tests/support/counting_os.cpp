@@ -72,6 +72,7 @@ struct CountingOs::Sides {
         kernel_objects(Count(*inner.kernel_objects, counter)),
         elevation(Count(*inner.elevation, *kernel_objects, counter)),
         loopback_http(Count(*inner.loopback_http, counter)),
+        network(Count(*inner.network, counter)),
         process(Count(*inner.process, counter)),
         proxy_settings(Count(*inner.proxy_settings, counter)),
         registry(Count(*inner.registry, counter)),
@@ -90,6 +91,7 @@ struct CountingOs::Sides {
   std::unique_ptr<platform::KernelObjects> kernel_objects;
   std::unique_ptr<platform::Elevation> elevation;
   std::unique_ptr<platform::LoopbackHttp> loopback_http;
+  std::unique_ptr<platform::Network> network;
   std::unique_ptr<platform::Process> process;
   std::unique_ptr<platform::ProxySettings> proxy_settings;
   std::unique_ptr<platform::Registry> registry;
@@ -107,6 +109,7 @@ struct CountingOs::Sides {
       .identifiers = identifiers.get(),
       .kernel_objects = kernel_objects.get(),
       .loopback_http = loopback_http.get(),
+      .network = network.get(),
       .process = process.get(),
       .proxy_settings = proxy_settings.get(),
       .registry = registry.get(),
