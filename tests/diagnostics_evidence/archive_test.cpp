@@ -1,0 +1,261 @@
+// The archive as the interface sees it: rows, acknowledgement, retention and the journal.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "diagnostics_evidence/evidence_world.h"
+
+namespace korvane::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+std::string Manifest(const std::string& id, const std::string& session,
+                     const std::string& reason = "unexplained", int generation = 0) {
+  return R"({"schema":1,"incident_id":")" + id + R"(","session_id":")" + session +
+         R"(","reason":")" + reason + R"(","reason_source":"import","reimport_count":)" +
+         std::to_string(generation) + R"(,"import_errors":["a \"quoted\" note","another"]})";
+}
+
+void PutIncident(EvidenceWorld& world, const std::string& id, const std::string& reason,
+                 std::size_t bytes = 0) {
+  const std::string session = id.substr(id.find('-') + 1);
+  world.Put("incidents/" + id + "/manifest.json", Manifest(id, session, reason));
+  world.Put("incidents/" + id + "/session.txt", std::string(bytes, '.'));
+}
+
+TEST(Listing, ShowsTheNewestFirstAndHoldsBackTheUnfinished) {
+  EvidenceWorld world;
+  PutIncident(world, "20260101T000000Z-a", "clean");
+  PutIncident(world, "20260103T000000Z-b", "unexplained");
+  PutIncident(world, "20260103T000000Z-b-2", "");
+  PutIncident(world, "20260102T000000Z-c", "clean");
+  world.Put("incidents/20260102T000000Z-c/pending", "{}");
+  world.Put("incidents/20260104T000000Z-d/session.log", "no manifest\n");
+  std::string failure = "from before";
+  const auto rows = world.Start().getPendingIncidents(&failure);
+  EXPECT_EQ(failure, "");
+  ASSERT_EQ(rows.size(), 3U);
+  EXPECT_EQ(rows[0].id, "20260103T000000Z-b-2");
+  EXPECT_EQ(rows[0].reason, "unexplained");
+  EXPECT_EQ(rows[1].id, "20260103T000000Z-b");
+  EXPECT_EQ(rows[2].reason, "clean");
+  EXPECT_EQ(rows[2].crash_output_scan, "none");
+  EXPECT_EQ(rows[2].import_state, "complete");
+  EXPECT_THAT(rows[2].import_errors, ElementsAre("a \"quoted\" note", "another"));
+  EXPECT_TRUE(
+      world.errors.Has("[LibboxLogBuffer] Withholding incident 20260102T000000Z-c: its "
+                       "import has not finished"));
+  EXPECT_TRUE(world.errors.Has(
+      "[LibboxLogBuffer] Withholding incident 20260104T000000Z-d: no manifest yet"));
+}
+
+TEST(Listing, ReadsCrashOutputOfItsOwnSessionUpToTheFirstFatalOne) {
+  EvidenceWorld world;
+  const std::string folder = "incidents/20260101T000000Z-a/";
+  PutIncident(world, "20260101T000000Z-a", "unexplained");
+  world.Put(folder + "crash-output.a.log",
+            "crash-output armed 2026\n\nfatal: dial 10.0.0.1:443 refused\n");
+  world.Put(folder + "crash-output.b.log", "of another session\n");
+  auto rows = world.Start().getPendingIncidents(nullptr);
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(rows[0].crash_output_scan, "fatal");
+  EXPECT_TRUE(rows[0].has_crash_output);
+  EXPECT_EQ(rows[0].crash_output_excerpt, "fatal: dial [ip] refused\n");
+  EXPECT_THAT(rows[0].import_errors, SizeIs(2)) << "nothing behind the fatal one is looked at";
+
+  world.Remove(folder + "crash-output.a.log");
+  rows = world.evidence().getPendingIncidents(nullptr);
+  EXPECT_EQ(rows[0].crash_output_scan, "none");
+  EXPECT_THAT(rows[0].import_errors,
+              Contains("crash-output of session b present but not attributed to this incident"));
+}
+
+TEST(Listing, TellsAnArchiveThatCantBeCleanedOrRead) {
+  EvidenceWorld world;
+  PutIncident(world, "20260101T000000Z-a", "clean");
+  PutIncident(world, "20260102T000000Z-b", "clean");
+  world.Put("incidents/20260101T000000Z-a/session.log", "10.0.0.1\n");
+  world.Start();
+  std::string failure;
+  world.Suffer(FailOnce(1, [](const Operation& o) { return o.name == "Files.Rename"; }),
+               [&](LibboxLogBuffer& evidence) {
+                 EXPECT_THAT(evidence.getPendingIncidents(&failure), SizeIs(1));
+               });
+  EXPECT_EQ(failure, "privacy migration failed; evidence withheld");
+  world.Suffer(FailOnce(1, [](const Operation& o) { return o.name == "Files.List"; }),
+               [&](LibboxLogBuffer& evidence) {
+                 EXPECT_THAT(evidence.getPendingIncidents(&failure), IsEmpty());
+               });
+  EXPECT_THAT(failure, testing::StartsWith("incidents directory could not be enumerated: "));
+  EXPECT_THAT(world.evidence().getPendingIncidents(&failure), SizeIs(2));
+  EXPECT_EQ(failure, "");
+  EXPECT_EQ(world.Get("incidents/20260101T000000Z-a/session.log"), "[ip]\n");
+}
+
+TEST(Acknowledgement, CountsForOneGeneration) {
+  EvidenceWorld world;
+  const std::string id = "20260101T000000Z-a";
+  PutIncident(world, id, "unexplained");
+  LibboxLogBuffer& evidence = world.Start();
+  EXPECT_FALSE(evidence.acknowledgeIncident(id, 1));
+  EXPECT_TRUE(evidence.acknowledgeIncident(id, 0));
+  EXPECT_EQ(world.Get("incidents/" + id + "/acknowledged"),
+            R"({"acknowledged_at_utc":"2024-01-02T03:04:05Z","reimport_count":0})");
+  EXPECT_TRUE(evidence.getPendingIncidents(nullptr)[0].acknowledged);
+  world.Put("incidents/" + id + "/manifest.json", Manifest(id, "a", "unexplained", 1));
+  const auto row = evidence.getPendingIncidents(nullptr)[0];
+  EXPECT_FALSE(row.acknowledged);
+  EXPECT_THAT(row.import_errors, Contains("acknowledgement was for import generation 0; this "
+                                          "incident is now generation 1"));
+}
+
+TEST(Acknowledgement, IsRefusedForWhatNobodyCouldSee) {
+  EvidenceWorld world;
+  PutIncident(world, "20260101T000000Z-a", "clean");
+  world.Put("incidents/20260101T000000Z-a/pending", "{}");
+  world.Put("outside/manifest.json", "{}");
+  LibboxLogBuffer& evidence = world.Start();
+  const auto before = world.Snapshot();
+  for (const char* id :
+       {"", ".", "..", "a/../b", "a\\b", "C:", "../outside", "nobody", "20260101T000000Z-a"}) {
+    EXPECT_FALSE(evidence.acknowledgeIncident(id, 0)) << id;
+  }
+  EXPECT_EQ(world.Snapshot(), before);
+  EXPECT_TRUE(world.errors.Has("[LibboxLogBuffer] Rejecting malformed incident id"));
+  EXPECT_TRUE(world.errors.Has("[LibboxLogBuffer] Cannot acknowledge unknown incident nobody"));
+  EXPECT_TRUE(
+      world.errors.Has("[LibboxLogBuffer] Refusing to acknowledge incident "
+                       "20260101T000000Z-a: its import has not finished"));
+}
+
+// The journal's lines without their times, and with SIZE for each size.
+std::vector<std::string> JournalOf(EvidenceWorld& world) {
+  std::vector<std::string> lines;
+  for (std::string line : world.evidence().evictedIncidents(50)) {
+    EXPECT_TRUE(line.starts_with("2024-01-02T03:04:05Z ")) << line;
+    line.erase(0, 21);
+    const auto size = line.find("bytes=") + 6;
+    const auto end = line.find_first_not_of("0123456789", size);
+    lines.push_back(line.replace(size, std::min(end, line.size()) - size, "SIZE"));
+  }
+  return lines;
+}
+
+TEST(Retention, KeepsTheNewestAndTheEvidenceOfProblems) {
+  constexpr std::size_t kMiB = 1'048'576;
+  struct Incident {
+    const char* id;
+    const char* reason;
+    std::size_t bytes;
+  };
+  struct Row {
+    const char* what;
+    std::vector<Incident> incidents;  // the import adds 20240102T030405Z-new
+    std::vector<std::string> journal;
+  };
+  const Row rows[] = {
+      {"old, but one of two",
+       {{"20230101T000000Z-a", "unexplained", 5}},
+       {"evicted 20230101T000000Z-a reason=unexplained bytes=SIZE cause=age"}},
+      {"three young ones",
+       {{"20240101T000000Z-a", "unexplained", 5}, {"20240101T000001Z-b", "clean", 5}},
+       {}},
+      {"four: the clean one goes though it is newer",
+       {{"20240101T000000Z-a", "unexplained", 5},
+        {"20240101T000001Z-b", "failed_start", 5},
+        {"20240101T000002Z-c", "clean", 5}},
+       {"evicted 20240101T000002Z-c reason=clean bytes=SIZE cause=count"}},
+      {"too large",
+       {{"20240101T000000Z-a", "unexplained", 4 * kMiB},
+        {"20240101T000001Z-b", "unexplained", 8 * kMiB}},
+       {"evicted 20240101T000000Z-a reason=unexplained bytes=SIZE cause=size"}},
+      {"the newest by its name is too large alone",
+       {{"strange-a", "unexplained", 11 * kMiB}},
+       {"evicted 20240102T030405Z-new reason=unexplained bytes=SIZE cause=size"}},
+      {"no time in the name, so not by age",
+       {{"1-a", "unexplained", 5}, {"2-b", "unexplained", 5}},
+       {}},
+      {"no time in the name, but by count",
+       {{"1-a", "", 5}, {"2-b", "unexplained", 5}, {"20240101T000002Z-c", "unexplained", 5}},
+       {"evicted 1-a reason=unknown bytes=SIZE cause=count"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    EvidenceWorld world;
+    for (const Incident& incident : row.incidents) {
+      PutIncident(world, incident.id, incident.reason, incident.bytes);
+    }
+    world.Put("libbox_session_active", MarkerText("new"));
+    EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+    EXPECT_EQ(JournalOf(world), row.journal);
+    EXPECT_EQ(world.evidence().evictedCount(), static_cast<std::int32_t>(row.journal.size()));
+    EXPECT_EQ(world.Incidents().size(), row.incidents.size() + 1 - row.journal.size());
+  }
+}
+
+TEST(Retention, NeverEvictsAnUnfinishedImportAndSaysWhenThatCostsTheBudget) {
+  EvidenceWorld world;
+  for (const char* id :
+       {"20240101T000000Z-s", "20240101T000001Z-s", "20240101T000002Z-s", "20240101T000003Z-s"}) {
+    PutIncident(world, id, "unexplained");
+    world.Put(std::string("incidents/") + id + "/pending", R"({"session_id":"s"})");
+  }
+  PutIncident(world, "20240102T000000Z-newest", "clean");
+  world.Put("libbox_session_active", MarkerText("s"));  // resumes the last of the four
+  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+  EXPECT_THAT(JournalOf(world),
+              ElementsAre("evicted 20240101T000003Z-s reason=unexplained bytes=SIZE cause=count",
+                          "skipped_pending count=3 live=4 bytes=SIZE"));
+  EXPECT_THAT(world.Pending(), SizeIs(3));
+}
+
+TEST(Journal, SaysWhatItLost) {
+  // One of the openings for writing is the journal's.
+  const auto opening = [](const Operation& o) { return o.name == "Files.Open" && o.changes; };
+  bool lost = false;
+  for (std::size_t nth = 1; nth < 12 && !lost; ++nth) {
+    EvidenceWorld world;
+    PutIncident(world, "20230101T000000Z-a", "unexplained");
+    world.Put("incidents/retention_eviction_total", "many\n");
+    world.Put("libbox_session_active", MarkerText("new"));
+    world.Start();
+    world.Suffer(FailOnce(nth, opening),
+                 [](LibboxLogBuffer& evidence) { evidence.importPendingIncidents(nullptr); });
+    const auto lines = world.evidence().evictedIncidents(50);
+    lost = !lines.empty() && lines[0].starts_with("JOURNAL INCOMPLETE: ");
+    if (lost) {
+      EXPECT_THAT(lines[0],
+                  HasSubstr("JOURNAL INCOMPLETE: 2024-01-02T03:04:05Z unjournaled: evicted "
+                            "20230101T000000Z-a reason=unexplained bytes="));
+      EXPECT_FALSE(lines[0].ends_with('\n'));
+      EXPECT_EQ(world.Get("incidents/retention_eviction_total"), "1\n");
+    }
+  }
+  EXPECT_TRUE(lost);
+}
+
+TEST(Journal, IsCutToItsLastLinesAndShowsAtMostTheAskedOnes) {
+  EvidenceWorld world;
+  std::string journal;
+  for (int line = 0; line < 1000; ++line) {
+    journal += "2024-01-01T00:00:00Z line " + std::to_string(line) + std::string(60, '.') + "\n";
+  }
+  world.Put("incidents/retention.log", journal);
+  PutIncident(world, "20230101T000000Z-a", "clean");
+  world.Put("libbox_session_active", MarkerText("new"));
+  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+  const std::string cut = world.Get("incidents/retention.log");
+  EXPECT_EQ(std::count(cut.begin(), cut.end(), '\n'), 200);
+  EXPECT_THAT(world.evidence().evictedIncidents(50), SizeIs(50));
+  EXPECT_THAT(world.evidence().evictedIncidents(1),
+              ElementsAre(HasSubstr(" evicted 20230101T000000Z-a reason=clean bytes=")));
+}
+
+}  // namespace
+}  // namespace korvane::test

@@ -1,0 +1,312 @@
+// What lies flat at a session's boundary becomes one incident: files in, files and rows out.
+#include "diagnostics_evidence/incident_import.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "diagnostics_evidence/evidence_world.h"
+
+namespace korvane::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kActive[] = "libbox_session_active";
+constexpr char kClean[] = "libbox_clean_shutdown";
+constexpr char kFailedStart[] = "libbox_failed_start";
+constexpr char kRecord[] = "libbox_shutdown_record.json";
+constexpr char kLog[] = "libbox_session.log";
+
+using Fields = std::map<std::string, std::string>;
+
+TEST(IncidentImport, ConcludesHowTheSessionEnded) {
+  struct Row {
+    const char* what;
+    std::map<std::string, std::string> markers;  // name and session
+    Fields record;
+    const char* reason;
+    const char* marker_state;
+    const char* session;
+  };
+  const Row rows[] = {
+      {"a clean end",
+       {{kClean, "s1"}},
+       {{"session_id", "s1"}, {"state", "completed"}},
+       "clean",
+       "clean_shutdown",
+       "s1"},
+      {"a crash", {{kActive, "s1"}}, {}, "unexplained", "session_active", "s1"},
+      {"a start that failed",
+       {{kFailedStart, "s1"}},
+       {{"session_id", "s1"}, {"state", "failed"}},
+       "failed_start",
+       "failed_start",
+       "s1"},
+      {"a kill during tray quit",
+       {{kActive, "s1"}},
+       {{"session_id", "s1"},
+        {"process_exit_reason", "tray_quit"},
+        {"process_exit_state", "requested"},
+        {"process_exit_session", "s1"}},
+       "intentional_exit",
+       "session_active",
+       "s1"},
+      {"a failed close on tray quit",
+       {},
+       {{"session_id", "s1"},
+        {"state", "failed"},
+        {"process_exit_reason", "tray_quit"},
+        {"process_exit_state", "requested"}},
+       "intentional_exit",
+       "none",
+       "s1"},
+      {"a failed close beside a clean marker",
+       {{kClean, "s1"}},
+       {{"session_id", "s1"}, {"state", "failed"}},
+       "unexplained",
+       "clean_shutdown",
+       "s1"},
+      {"a completed close without markers",
+       {},
+       {{"session_id", "s1"}, {"state", "completed"}},
+       "clean",
+       "none",
+       "s1"},
+      {"a completed close, seen running afterwards",
+       {{kActive, "s1"}},
+       {{"session_id", "s1"}, {"state", "completed"}},
+       "unexplained",
+       "session_active",
+       "s1"},
+      {"a close asked for by the updater",
+       {{kActive, "s1"}},
+       {{"session_id", "s1"}, {"state", "requested"}, {"reason", "updater"}},
+       "intentional_exit",
+       "session_active",
+       "s1"},
+      {"a close asked for by the user",
+       {{kActive, "s1"}},
+       {{"session_id", "s1"}, {"state", "requested"}, {"reason", "user_disconnect"}},
+       "unexplained",
+       "session_active",
+       "s1"},
+      {"a close of another session",
+       {{kActive, "s1"}},
+       {{"session_id", "s2"}, {"state", "failed"}},
+       "unexplained",
+       "session_active",
+       "s1"},
+      {"an exit of another session",
+       {{kActive, "s1"}},
+       {{"process_exit_session", "s2"},
+        {"process_exit_reason", "tray_quit"},
+        {"process_exit_state", "requested"}},
+       "unexplained",
+       "session_active",
+       "s1"},
+      {"a leftover clean marker",
+       {{kActive, "s2"}, {kClean, "s1"}},
+       {},
+       "unexplained",
+       "session_active",
+       "s2"},
+      {"a marker of nobody",
+       {{kClean, "unknown"}, {kActive, "s1"}},
+       {},
+       "clean",
+       "clean_shutdown",
+       "s1"},
+      {"a record alone",
+       {},
+       {{"session_id", "s1"}, {"state", "requested"}},
+       "unexplained",
+       "none",
+       "s1"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    EvidenceWorld world;
+    for (const auto& [name, session] : row.markers) {
+      world.Put(name, MarkerText(session));
+    }
+    if (!row.record.empty()) {
+      world.Put(kRecord, RecordText(row.record));
+    }
+    std::string failure;
+    EXPECT_TRUE(world.Start().importPendingIncidents(&failure)) << failure;
+    const auto incidents = world.evidence().getPendingIncidents(nullptr);
+    ASSERT_EQ(incidents.size(), 1U);
+    EXPECT_EQ(incidents[0].reason, row.reason);
+    EXPECT_EQ(incidents[0].marker_state, row.marker_state);
+    EXPECT_EQ(incidents[0].session_id, row.session);
+    for (const char* name : {kActive, kClean, kFailedStart, kRecord}) {
+      EXPECT_EQ(world.Get(name), "<absent>");
+    }
+    EXPECT_THAT(world.Pending(), IsEmpty());
+  }
+}
+
+TEST(IncidentImport, WritesTheManifestByteForByte) {
+  EvidenceWorld world;
+  world.Put(kActive, MarkerText("0a1b1234abcd07"));
+  world.Put(kRecord, R"({"schema":1,"session_id":"older","reason":"user_disconnect",)"
+                     R"("state":"completed","requested_at_utc":"2026-01-01T00:00:00Z",)"
+                     R"("close_code":-7,"close_error":"dial 10.0.0.1 failed"})");
+  world.Put(kLog, "2026-01-02T03:04:06Z state=up\n");
+  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+  EXPECT_EQ(
+      world.Get("incidents/20240102T030405Z-0a1b1234abcd07/manifest.json"),
+      R"({"schema":1,"incident_id":"20240102T030405Z-0a1b1234abcd07","session_id":"0a1b1234abcd07",)"
+      R"("session_id_source":"marker","build_id":"2.16.10+336","reason":"unexplained",)"
+      R"("reason_source":"import","reimport_count":0,"reimport_observed_reason":"",)"
+      R"("crash_output_ambiguous":"","marker_state":"session_active",)"
+      R"("app_started_at_utc":"2026-01-02T03:04:05Z","app_ended_at_utc":"",)"
+      R"("imported_at_utc":"2024-01-02T03:04:05Z","import_trigger":"boot","session_log_bytes":30,)"
+      R"("has_crash_output":false,"crash_output_scan":"header_only","crash_output_bytes":0,)"
+      R"("shutdown":{"process_exit_reason":"","process_exit_state":"","intent":"user_disconnect",)"
+      R"("later_intent":"","state":"","requested_at_utc":"2026-01-01T00:00:00Z",)"
+      R"("result_at_utc":"","close_code":-7,"close_error":"dial [ip] failed"},)"
+      R"("import_errors":["foreign_or_sessionless_intent: the shutdown record is owned by )"
+      R"('older', not 0a1b1234abcd07; its close result classifies nothing here"]})");
+}
+
+TEST(IncidentImport, ResumesWhereAFormerOneStopped) {
+  EvidenceWorld world;
+  const std::string folder = "incidents/20260101T000000Z-s1/";
+  world.Put(folder + "pending", R"({"schema":1,"session_id":"s1"})");
+  world.Put(folder + "manifest.json",
+            R"({"schema":1,"incident_id":"20260101T000000Z-s1","session_id":"s1",)"
+            R"("reason":"clean","reason_source":"import","reimport_count":2,)"
+            R"("imported_at_utc":"2026-01-01T00:00:00Z"})");
+  world.Put(folder + "session.log", "first part\n");
+  world.Put(kActive, MarkerText("s1"));
+  world.Put(kLog, "second part\n");
+  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+  EXPECT_TRUE(world.errors.Has(
+      "[LibboxLogBuffer] Keeping archived reason 'clean' for incident 20260101T000000Z-s1; this "
+      "pass observed 'unexplained'"));
+  const auto rows = world.evidence().getPendingIncidents(nullptr);
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(rows[0].reason, "clean");
+  EXPECT_EQ(rows[0].reimport_count, 3);
+  EXPECT_EQ(rows[0].imported_at_utc, "2026-01-01T00:00:00Z");
+  EXPECT_THAT(rows[0].import_errors,
+              ElementsAre("re-imported into the existing incident directory of this session (a "
+                          "previous import did not finish clearing its sources)",
+                          "archived session.log as session.2.log: this incident already held a "
+                          "session.log from an earlier import, so the fragment is NOT known to "
+                          "belong to session s1"));
+  EXPECT_EQ(world.Get(folder + "session.log"), "first part\n");
+  EXPECT_EQ(world.Get(folder + "session.2.log"), "second part\n");
+}
+
+TEST(IncidentImport, FinishesWhatOnlyItsSentinelHoldsBack) {
+  EvidenceWorld world;
+  world.Put("incidents/20260101T000000Z-s1/pending", R"({"session_id":"s1"})");
+  world.Put("incidents/20260101T000000Z-s1/manifest.json", R"({"session_id":"s1"})");
+  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+  EXPECT_THAT(world.Pending(), IsEmpty());
+}
+
+TEST(IncidentImport, GivesAFolderWithoutAManifestAPlaceholder) {
+  EvidenceWorld world;
+  world.Put("incidents/20260101T000000Z-s1/pending", R"({"session_id":"s1"})");
+  world.Put("incidents/20260102T000000Z-x/session.log", "left\n");
+  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+  const auto rows = world.evidence().getPendingIncidents(nullptr);
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_EQ(rows[0].session_id, "unknown");
+  EXPECT_EQ(rows[1].session_id, "s1");
+  EXPECT_THAT(rows[1].import_errors, ElementsAre("manifest recovered after an interrupted import"));
+}
+
+TEST(IncidentImport, StopsBeforeHalfOfTheEvidence) {
+  struct Row {
+    const char* unreadable;
+    const char* label;
+  };
+  const Row rows[] = {{kActive, "session-active"},
+                      {kClean, "clean-shutdown"},
+                      {kFailedStart, "failed-start"},
+                      {kRecord, "shutdown-record"}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    EvidenceWorld world;
+    world.Put(kActive, MarkerText("s1"));
+    world.Put(row.unreadable,
+              row.unreadable == kRecord ? RecordText({{"session_id", "s1"}}) : MarkerText("s1"));
+    world.Put(kLog, "kept\n");
+    world.Start();
+    const auto before = world.Snapshot();
+    std::string failure;
+    // The reads of the markers begin with the first one that is opened.
+    for (std::size_t nth = 1; failure.find(row.label) == std::string::npos && nth < 20; ++nth) {
+      world.Start();
+      world.Suffer(FailOnce(nth, [](const Operation& o) { return o.name == "Files.Open"; }),
+                   [&](LibboxLogBuffer& evidence) {
+                     EXPECT_FALSE(evidence.importPendingIncidents(&failure));
+                   });
+    }
+    EXPECT_EQ(failure, std::string("import aborted: ") + row.label +
+                           " marker exists but could not be read; sources untouched, retry at the "
+                           "next session boundary");
+    auto after = world.Snapshot();
+    EXPECT_THAT(after["incidents/retention.log"],
+                HasSubstr(std::string(" import_aborted marker_unreadable ") + row.label));
+    after.erase("incidents/retention.log");
+    EXPECT_EQ(after, before);
+  }
+}
+
+TEST(IncidentImport, RunsOnceAtBootAndNeverBehindASession) {
+  EvidenceWorld world;
+  world.Put(kActive, MarkerText("s1"));
+  LibboxLogBuffer& first = world.Start();
+  EXPECT_TRUE(first.importPendingIncidents(nullptr));
+  world.Put(kActive, MarkerText("s2"));
+  std::string failure = "kept from before";
+  EXPECT_FALSE(first.importPendingIncidents(&failure));
+  EXPECT_EQ(failure, "");
+
+  LibboxLogBuffer& second = world.Start();
+  second.beginSession();
+  EXPECT_FALSE(second.importPendingIncidents(&failure));
+  EXPECT_EQ(failure, "");
+  EXPECT_TRUE(world.errors.Has("[LibboxLogBuffer] Declining the boot import ('boot'): session " +
+                               second.currentSessionId() + " has already started in this process"));
+  EXPECT_EQ(world.Incidents().size(), 2U);
+}
+
+TEST(IncidentImport, DefersTheNextMarkerOnceAndJournalsTheSecondTime) {
+  EvidenceWorld world;
+  world.Put(kActive, MarkerText("s1"));
+  world.Start();
+  const auto fail_import = [](LibboxLogBuffer& evidence) { evidence.beginSession(); };
+  const auto sentinels = [](const Operation& o) { return o.name == "Files.Rename"; };
+  world.Suffer(FailFrom(1, sentinels), fail_import);
+  EXPECT_EQ(world.Get(kActive), MarkerText("s1"));
+  EXPECT_TRUE(world.errors.Has("[LibboxLogBuffer] DEFERRING the session marker for " +
+                               world.evidence().currentSessionId() +
+                               ": previous-session evidence is still flat and its identity must "
+                               "not be overwritten (attempt 1)"));
+  world.Suffer(FailFrom(1, sentinels), fail_import);
+  const std::string session = world.evidence().currentSessionId();
+  EXPECT_EQ(world.Get(kActive), MarkerText(session, "2024-01-02T03:04:05Z"));
+  EXPECT_THAT(world.evidence().evictedIncidents(50),
+              Contains("2024-01-02T03:04:05Z marker_deferral_abandoned session=" + session +
+                       " consecutive_import_failures=2 (previous-session marker identity "
+                       "overwritten)"));
+}
+
+TEST(IncidentImport, KeepsAnIdReadFromAFileInsideTheArchive) {
+  EvidenceWorld world;
+  world.Put(kRecord, RecordText({{"session_id", "../..\\x:<no-session>"}, {"state", "failed"}}));
+  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+  EXPECT_THAT(world.Incidents(), ElementsAre("20240102T030405Z-.._.._x__no-session_"));
+}
+
+}  // namespace
+}  // namespace korvane::test
