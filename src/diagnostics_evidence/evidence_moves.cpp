@@ -6,6 +6,7 @@
 
 #include "diagnostics_evidence/evidence_files.h"
 #include "diagnostics_evidence/evidence_time.h"
+#include "diagnostics_evidence/incident_archive.h"
 #include "diagnostics_evidence/incident_manifest.h"
 #include "diagnostics_evidence/json_text.h"
 #include "diagnostics_evidence/privacy_migration.h"
@@ -17,8 +18,6 @@ namespace korvane {
 namespace {
 
 using platform::os;
-
-constexpr std::size_t kScanBytes = 4096;
 
 std::string FileName(const std::string& path) {
   return os().text->NarrowFromPath(EvidencePath(path).filename());
@@ -79,9 +78,9 @@ std::vector<std::string> MigrateArchived(MoveContext& context) {
   std::vector<std::string> crash_outputs;
   const auto entries = os().files->List(EvidencePath(context.incident_dir));
   if (!entries) {
-    AddPrinted(context, "scan of the incident directory failed: " +
-                            os().text->ErrorMessage(entries.error()) +
-                            " (crash-output evidence may be undercounted)");
+    AddPrinted(context,
+               "scan of the incident directory failed: " + EvidenceErrorText(entries.error()) +
+                   " (crash-output evidence may be undercounted)");
     return crash_outputs;
   }
   for (const platform::DirectoryEntry& entry : entries.value()) {
@@ -116,7 +115,7 @@ void NoteAmbiguity(MoveContext& context, const std::vector<std::string>& crash_o
 // Among several files the last that is fatal or unreadable sets the word.
 void CountCrashOutput(MoveContext& context, const std::string& name, EvidenceFound& found) {
   const std::string path = context.incident_dir + name;
-  const CrashOutputScan scan = scanCrashOutput(path, kScanBytes, nullptr);
+  const CrashOutputScan scan = scanCrashOutput(path, kCrashScanBytes, nullptr);
   if (scan == CrashOutputScan::header_only) {
     return;
   }
@@ -166,7 +165,7 @@ bool OpenIncident(const Orphan& orphan) {
     const auto made = os().files->CreateDirectories(EvidencePath(orphan.directory));
     if (!made) {
       return Failed("Could not create the incident directory for orphan session " + orphan.session +
-                    ": " + os().text->ErrorMessage(made.error()));
+                    ": " + EvidenceErrorText(made.error()));
     }
   }
   const std::string sentinel =
@@ -182,7 +181,7 @@ bool MoveOrphan(const Orphan& orphan, const std::string& target) {
   }
   const auto moved = os().files->Rename(EvidencePath(orphan.path), EvidencePath(target));
   return moved.ok() || Failed("Could not move " + FileName(orphan.path) +
-                              " to its own incident: " + os().text->ErrorMessage(moved.error()));
+                              " to its own incident: " + EvidenceErrorText(moved.error()));
 }
 
 void TakeOverClassification(ManifestFields& fields, const EarlierManifest& earlier) {
@@ -238,7 +237,7 @@ bool ConcludeOrphan(const Orphan& orphan, const std::string& manifest) {
   if (!RemoveEvidenceFile(orphan.directory + kPendingName, error)) {
     // The next import removes it.
     ReportEvidence("Could not clear the sentinel of orphan incident " + orphan.incident_id + ": " +
-                   os().text->ErrorMessage(error));
+                   EvidenceErrorText(error));
   }
   return true;
 }
@@ -263,7 +262,7 @@ bool moveIntoIncident(MoveContext& context, const std::string& source,
   if (!moved) {
     context.unmoved = true;
     AddPrinted(context, "rename " + FileName(source) + " -> " + target_name + ": " +
-                            os().text->ErrorMessage(moved.error()));
+                            EvidenceErrorText(moved.error()));
   }
   return moved.ok();
 }
@@ -298,7 +297,7 @@ bool archiveOrphanCrashOutput(const EvidenceState& state, MoveContext& context,
   if (!OpenIncident(orphan) || !MoveOrphan(orphan, target)) {
     return false;
   }
-  const CrashOutputScan scan = scanCrashOutput(target, kScanBytes, nullptr);
+  const CrashOutputScan scan = scanCrashOutput(target, kCrashScanBytes, nullptr);
   const bool fatal = scan == CrashOutputScan::fatal;
   if (!ConcludeOrphan(orphan, OrphanManifestText(orphan, scan, fatal ? SizeOrZero(target) : 0))) {
     return false;

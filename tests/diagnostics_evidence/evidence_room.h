@@ -1,0 +1,107 @@
+// evidence_room.h: an evidence root of a test's own, on the real file system, with clocks that
+// stand still and an error stream that keeps its lines.
+//
+// In force from its making to the end of its scope. The wall clock says 2024-01-02T03:04:05Z.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "diagnostics_evidence/evidence_files.h"
+#include "diagnostics_evidence/evidence_state.h"
+#include "diagnostics_evidence/incident_manifest.h"
+#include "platform/os.h"
+#include "support/counting_os.h"
+#include "support/fake_clock.h"
+#include "support/recording_error_stream.h"
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
+
+namespace korvane::test {
+
+inline constexpr char kNow[] = "2024-01-02T03:04:05Z";
+inline constexpr char kNowId[] = "20240102T030405Z";
+
+class EvidenceRoom {
+ public:
+  EvidenceRoom() {
+    state.diagnostics_enabled = true;
+    std::filesystem::create_directories(EvidencePath(state.incidents_dir));
+  }
+
+  // Creates or replaces a file, with the folders on its way. Paths are narrow and whole.
+  void Put(const std::string& path, std::string_view bytes) {
+    std::filesystem::create_directories(EvidencePath(path).parent_path());
+    WriteBytes(EvidencePath(path), bytes);
+  }
+  // The bytes of a file; "<absent>" when there is none.
+  std::string Get(const std::string& path) {
+    return ReadBytes(EvidencePath(path)).value_or("<absent>");
+  }
+  // The folder of an incident, made if need be.
+  std::string Incident(const std::string& id) {
+    std::string directory = IncidentDirectory(state.incidents_dir, id);
+    std::filesystem::create_directories(EvidencePath(directory));
+    return directory;
+  }
+  // All files below the root but for siblings of commits, by their path with forward slashes.
+  std::map<std::string, std::string> Files() {
+    std::map<std::string, std::string> files;
+    const std::filesystem::path root = EvidencePath(state.base_dir);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+      if (entry.is_regular_file() && entry.path().extension() != ".tmp") {
+        files[entry.path().lexically_relative(root).generic_string()] =
+            ReadBytes(entry.path()).value_or("<unread>");
+      }
+    }
+    return files;
+  }
+
+  // Runs something while the n-th call of one operation fails, and gives its result.
+  template <typename Work>
+  auto WithFailing(std::string_view operation, std::size_t nth, const Work& work) {
+    CountingOs failing(
+        os_, FailOnce(nth, [operation](const Operation& o) { return o.name == operation; }));
+    const platform::ScopedOs in_force(failing.os());
+    return work();
+  }
+  // Runs something under a plan of its own; gives how many operations the plan counted.
+  template <typename Work>
+  std::size_t Under(CountingPlan plan, const Work& work) {
+    CountingOs counting(os_, std::move(plan));
+    const platform::ScopedOs in_force(counting.os());
+    work();
+    return counting.count();
+  }
+  // The system's words for an injected failure.
+  static std::string Injected() { return platform::os().text->ErrorMessage(kInjectedError); }
+
+ private:
+  platform::Os RealButForTimeAndErrors() {
+    platform::Os os = platform::RealOs();
+    os.clocks = &clock;
+    os.error_stream = &errors;
+    return os;
+  }
+
+  TemporaryFolder folder_;
+  ScopedEnvironment app_data_{"APPDATA", folder_.path().string()};
+
+ public:
+  FakeClock clock;
+  RecordingErrorStream errors;
+
+ private:
+  platform::Os os_ = RealButForTimeAndErrors();
+  platform::ScopedOs in_force_{os_};
+
+ public:
+  EvidenceState state = MakeEvidenceState();
+};
+
+}  // namespace korvane::test
