@@ -9,11 +9,18 @@
 //   {"proxy":true}              reads the system proxy from outside of the host
 //   {"fetch":PATH}              fetches a page of a local web server through that proxy
 //   {"screenshot":true}         a picture of the display, where there is one
+//   {"kill":true}               ends the host at once, as a power cut does
+//   {"start":true}              starts it again, for the same user; {"restart":true} closes it
+//   first
+//   {"incidents":[{...},...]}   lists the archived incidents; each of these must be among them
+//   {"acknowledge":{...}}       acknowledges the first one of the last list that has these values
+//   {"timeline":true}           what the startup log says of the user's last start
 //
 // "@config" in an argument is the configuration's text, "@config-with-another-node" the same with
 // another default of its first selector. Exit code 0 when everything came as expected.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -124,20 +131,88 @@ class Player {
       return Fetch(line["fetch"]);
     } else if (line.contains("screenshot")) {
       Screenshot();
+    } else if (line.contains("kill")) {
+      host_->Kill();
+      host_->WaitForExit();
+      Note("the host is gone");
+    } else if (line.contains("start")) {
+      Start();
+    } else if (line.contains("restart")) {
+      const bool left = Close();
+      Start();
+      return left;
+    } else if (line.contains("incidents")) {
+      return ListIncidents(line["incidents"]);
+    } else if (line.contains("acknowledge")) {
+      return Acknowledge(line["acknowledge"]);
+    } else if (line.contains("timeline")) {
+      Timeline();
     } else {
       host_->Send(line);
     }
     return true;
   }
 
-  bool Finish() {
-    const int code = host_->Finish();
-    PrintNews();
-    Note("the host left with exit code " + std::to_string(code));
-    return code == 0 && !testing::Test::HasFailure();
-  }
+  bool Finish() { return Close() && !testing::Test::HasFailure(); }
 
  private:
+  void Start() {
+    host_ = std::make_unique<HostProcess>(user_);
+    printed_ = 0;
+  }
+
+  bool Close() {
+    const int code = host_->Finish();
+    Note("the host left with exit code " + std::to_string(code));
+    return code == 0;
+  }
+
+  bool ListIncidents(const Json& expected) {
+    const Json answer = host_->Call("getPendingIncidents");
+    PrintNews();
+    if (!answer.contains("success")) {
+      return false;
+    }
+    incidents_ = answer["success"]["incidents"];
+    for (const Json& incident : incidents_) {
+      Note("incident " + incident["id"].get<std::string>() + ": " +
+           incident["reason"].get<std::string>() + ", marker " +
+           incident["markerState"].get<std::string>() + ", " +
+           (incident["acknowledged"] == true ? "seen" : "not seen yet"));
+    }
+    return std::ranges::all_of(
+        expected, [this](const Json& pattern) { return !FindIncident(pattern).is_null(); });
+  }
+
+  Json FindIncident(const Json& pattern) const {
+    for (const Json& incident : incidents_) {
+      if (korvane::test::Matches(incident, pattern)) {
+        return incident;
+      }
+    }
+    return nullptr;
+  }
+
+  bool Acknowledge(const Json& pattern) {
+    const Json incident = FindIncident(pattern);
+    if (incident.is_null()) {
+      return false;
+    }
+    const Json answer =
+        host_->Call("acknowledgeIncident",
+                    {{"incidentId", incident["id"]}, {"reimportCount", incident["reimportCount"]}});
+    PrintNews();
+    return answer.contains("success") && answer["success"] == true;
+  }
+
+  void Timeline() {
+    const std::string text =
+        CommandOutput("scripts/lib/startup_timeline --last 1 '" +
+                      (user_.startup_log_folder() / "startup.log").string() + "'");
+    std::printf("%s", text.c_str());
+    std::fflush(stdout);
+  }
+
   void Call(const Json& line) {
     Json arguments = line.value("args", Json());
     Fill(arguments);
@@ -247,6 +322,7 @@ class Player {
   HostUser user_;
   std::unique_ptr<HostProcess> host_;
   std::size_t printed_ = 0;
+  Json incidents_;
 };
 
 int Run(const std::string& session, const std::string& config) {
