@@ -38,11 +38,11 @@ std::int64_t SizeOrZero(const std::string& path) {
 std::string FragmentName(const std::string& directory, const std::string& target_name) {
   constexpr int kLastFragment = 99;
   const std::size_t dot = std::min(target_name.rfind('.'), target_name.size());
-  const std::string stem = target_name.substr(0, dot);
+  const std::string stem = target_name.substr(0, dot) + '.';
   const std::string extension = target_name.substr(dot);
   std::string name;
   for (int n = 2; n <= kLastFragment; ++n) {
-    name = stem + "." + std::to_string(n) + extension;
+    name.assign(stem).append(std::to_string(n)).append(extension);
     const auto kind = os().files->Inspect(EvidencePath(directory + name));
     if (!kind || kind.value() == platform::EntryKind::kAbsent) {
       break;

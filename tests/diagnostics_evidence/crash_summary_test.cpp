@@ -140,28 +140,5 @@ TEST(CrashSummary, AnIncidentThatCannotBeMarkedIsNotTold) {
             "reports");
 }
 
-TEST(CrashSummary, AFailureAtAnyStepLosesTheReportAndNeverRepeatsIt) {
-  const std::vector<IncidentRow> rows = {Row("2")};
-  for (std::size_t step = 1;; ++step) {
-    EvidenceRoom room;
-    room.Put(room.Incident("2") + "session.log", "error at 1.2.3.4\n");
-    int told = 0;
-    const auto ask = [&] {
-      const auto summary = SummariseNewestCrash(room.state.incidents_dir, rows);
-      told += summary ? 1 : 0;
-      EXPECT_EQ(summary ? summary->summary : "error at [ip]", "error at [ip]");
-    };
-    const std::size_t made = room.Under(test::FailOnce(step), ask);
-    const bool reached = room.Get(room.Incident("2") + "crash_log_consumed") != "<absent>";
-    ask();
-    EXPECT_LE(told, 1) << step;
-    EXPECT_TRUE(told == 1 || reached) << step;
-    if (made < step) {
-      EXPECT_EQ(told, 1);
-      break;
-    }
-  }
-}
-
 }  // namespace
 }  // namespace korvane

@@ -6,11 +6,8 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <vector>
 
 #include "diagnostics_evidence/evidence_files.h"
 #include "diagnostics_evidence/evidence_state.h"
@@ -28,7 +25,14 @@ inline constexpr char kNow[] = "2024-01-02T03:04:05Z";
 inline constexpr char kNowId[] = "20240102T030405Z";
 
 class EvidenceRoom {
+  TemporaryFolder folder_;
+  ScopedEnvironment app_data_{"APPDATA", folder_.path().string()};
+
  public:
+  EvidenceState state = MakeEvidenceState();
+  FakeClock clock;
+  RecordingErrorStream errors;
+
   EvidenceRoom() {
     state.diagnostics_enabled = true;
     std::filesystem::create_directories(EvidencePath(state.incidents_dir));
@@ -49,19 +53,6 @@ class EvidenceRoom {
     std::filesystem::create_directories(EvidencePath(directory));
     return directory;
   }
-  // All files below the root but for siblings of commits, by their path with forward slashes.
-  std::map<std::string, std::string> Files() {
-    std::map<std::string, std::string> files;
-    const std::filesystem::path root = EvidencePath(state.base_dir);
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-      if (entry.is_regular_file() && entry.path().extension() != ".tmp") {
-        files[entry.path().lexically_relative(root).generic_string()] =
-            ReadBytes(entry.path()).value_or("<unread>");
-      }
-    }
-    return files;
-  }
-
   // Runs something while the n-th call of one operation fails, and gives its result.
   template <typename Work>
   auto WithFailing(std::string_view operation, std::size_t nth, const Work& work) {
@@ -69,14 +60,6 @@ class EvidenceRoom {
         os_, FailOnce(nth, [operation](const Operation& o) { return o.name == operation; }));
     const platform::ScopedOs in_force(failing.os());
     return work();
-  }
-  // Runs something under a plan of its own; gives how many operations the plan counted.
-  template <typename Work>
-  std::size_t Under(CountingPlan plan, const Work& work) {
-    CountingOs counting(os_, std::move(plan));
-    const platform::ScopedOs in_force(counting.os());
-    work();
-    return counting.count();
   }
   // The system's words for an injected failure.
   static std::string Injected() { return platform::os().text->ErrorMessage(kInjectedError); }
@@ -89,19 +72,8 @@ class EvidenceRoom {
     return os;
   }
 
-  TemporaryFolder folder_;
-  ScopedEnvironment app_data_{"APPDATA", folder_.path().string()};
-
- public:
-  FakeClock clock;
-  RecordingErrorStream errors;
-
- private:
   platform::Os os_ = RealButForTimeAndErrors();
   platform::ScopedOs in_force_{os_};
-
- public:
-  EvidenceState state = MakeEvidenceState();
 };
 
 }  // namespace korvane::test
