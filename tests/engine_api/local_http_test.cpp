@@ -1,0 +1,254 @@
+// The loopback client against a server that says what a row tells it, on real sockets.
+#include "engine_api/local_http.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine_api/scripted_server.h"
+#include "platform/os.h"
+#include "support/counting_os.h"
+#include "web/web_server.h"
+
+namespace korvane::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// Far beyond what a test case may take: a client that waits for it is a fault.
+constexpr int kNeverMs = 600'000;
+constexpr int kShortMs = 300;
+
+const std::optional<std::string> kNothing;
+
+TEST(ParseLoopbackUrl, TakesThePortAndThePathAndNothingElse) {
+  struct Row {
+    const char* url;
+    int port;  // 0 for a refusal
+    const wchar_t* path;
+  };
+  const Row rows[] = {
+      {"http://127.0.0.1:9090/version", 9090, L"/version"},
+      {"http://127.0.0.1:9090", 9090, L"/"},
+      {"http://example.com:80/a/b?c=http://d:1/e&f=", 80, L"/a/b?c=http://d:1/e&f="},
+      {"http://:1/", 1, L"/"},
+      {"http://a:b:65535/x", 65535, L"/x"},
+      {"http://h: +9090abc", 9090, L"/"},
+      {"http://h:80?x", 80, L"/"},
+      {"http://h:1/\xc3\xa9", 1, L"/\u00c3\u00a9"},
+      {"http://127.0.0.1/version", 0, L""},
+      {"http://127.0.0.1:/version", 0, L""},
+      {"http://127.0.0.1:0/x", 0, L""},
+      {"http://127.0.0.1:65536/x", 0, L""},
+      {"http://127.0.0.1:-1/x", 0, L""},
+      {"https://127.0.0.1:9090/x", 0, L""},
+      {"HTTP://127.0.0.1:9090/x", 0, L""},
+      {"http:/127.0.0.1:9090/x", 0, L""},
+      {"", 0, L""},
+  };
+  for (const Row& row : rows) {
+    const auto parsed = ParseLoopbackUrl(row.url);
+    EXPECT_EQ(parsed.has_value(), row.port != 0) << row.url;
+    if (parsed) {
+      EXPECT_EQ(parsed->port, row.port) << row.url;
+      EXPECT_EQ(parsed->path, row.path) << row.url;
+    }
+  }
+}
+
+TEST(ParseLoopbackUrl, ThrowsForAPortThatIsNoInt) {
+  EXPECT_THROW(ParseLoopbackUrl("http://h:abc/"), std::invalid_argument);
+  EXPECT_THROW(ParseLoopbackUrl("http://h:99999999999/"), std::out_of_range);
+  EXPECT_EQ(LocalHttpGet("http://h:abc/", kNeverMs), kNothing);
+  EXPECT_EQ(LocalHttpGet("http://h:99999999999/", kNeverMs), kNothing);
+}
+
+std::string Chunk(const std::string& bytes) {
+  char size[32];
+  std::snprintf(size, sizeof(size), "%zX", bytes.size());
+  return std::string(size) + "\r\n" + bytes + "\r\n";
+}
+
+enum class Then { kLeave, kAwaitLeave };
+
+struct Row {
+  const char* sentence;
+  std::string said;
+  Then then;
+  std::optional<std::string> body;
+};
+
+std::vector<Row> Rows() {
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
+  return {
+      {"a length ends the wait, though the connection stays", ok + "Content-Length: 5\r\n\r\nhello",
+       Then::kAwaitLeave, "hello"},
+      {"names of fields are in any case", ok + "cOnTent-lenGTH:5\r\n\r\nhello", Then::kAwaitLeave,
+       "hello"},
+      {"chunks are put together, and the last one ends the wait",
+       chunked + Chunk("hel") + Chunk("lo") + Chunk(std::string(300, 'x')) + "0\r\n\r\n",
+       Then::kAwaitLeave, "hello" + std::string(300, 'x')},
+      {"without a length the body ends with the connection", ok + "\r\nhello", Then::kLeave,
+       "hello"},
+      {"a zero byte is like any other", ok + "Content-Length: 3\r\n\r\n" + std::string("a\0b", 3),
+       Then::kAwaitLeave, std::string("a\0b", 3)},
+      {"an empty body is nothing", ok + "Content-Length: 0\r\n\r\n", Then::kAwaitLeave, kNothing},
+      {"an empty body up to the end is nothing", ok + "\r\n", Then::kLeave, kNothing},
+      {"no content is nothing", "HTTP/1.1 204 No Content\r\n\r\n", Then::kLeave, kNothing},
+      {"another success is nothing", "HTTP/1.1 206 Partial Content\r\nContent-Length: 2\r\n\r\nhi",
+       Then::kAwaitLeave, kNothing},
+      {"not found is nothing, with a body too",
+       "HTTP/1.1 404 Not Found\r\nContent-Length: 2\r\n\r\nhi", Then::kAwaitLeave, kNothing},
+      {"a failed probe is nothing",
+       "HTTP/1.1 503 Service Unavailable\r\nContent-Length: 2\r\n\r\nhi", Then::kAwaitLeave,
+       kNothing},
+      {"a body that is cut is given as far as it came",
+       ok + "Content-Length: 100\r\n\r\n0123456789", Then::kLeave, "0123456789"},
+      {"so is a chunk", chunked + Chunk("hello") + "A\r\n wor", Then::kLeave, "hello wor"},
+      {"a head that is cut is nothing", ok + "Content-Le", Then::kLeave, kNothing},
+      {"an end without an answer is nothing", "", Then::kLeave, kNothing},
+  };
+}
+
+TEST(LocalHttp, GivesTheBodyOfAnOkAnswerAndNothingElse) {
+  for (const Row& row : Rows()) {
+    ScriptedServer server([&](net::Socket& client) {
+      Say(client, row.said);
+      if (row.then == Then::kAwaitLeave) {
+        AwaitLeave(client);
+      }
+    });
+    EXPECT_EQ(LocalHttpGet(server.Url("/x"), kNeverMs), row.body) << row.sentence;
+    EXPECT_EQ(server.Requests().size(), 1U) << row.sentence;
+  }
+}
+
+TEST(LocalHttp, AsksTheLoopbackAddressWhateverHostTheUrlNames) {
+  ScriptedServer server([](net::Socket& client) { Say(client, "HTTP/1.1 200 OK\r\n\r\nx"); });
+  const std::string port = std::to_string(server.port());
+  const std::string target = "/group/%E6%97%A5/delay?url=http://a.b/c&timeout=5";
+  EXPECT_EQ(LocalHttpGet("http://192.0.2.1:" + port + target, kNeverMs), "x");
+  ASSERT_EQ(server.Requests().size(), 1U);
+  EXPECT_THAT(server.Requests()[0], AllOf(StartsWith("GET " + target + " HTTP/1.1\r\n"),
+                                          HasSubstr("\r\nUser-Agent: Dramvex/1.0\r\n"),
+                                          HasSubstr("\r\nHost: 127.0.0.1:" + port + "\r\n")));
+}
+
+TEST(LocalHttp, FollowsNoRedirect) {
+  ScriptedServer other([](net::Socket& client) { Say(client, "HTTP/1.1 200 OK\r\n\r\nx"); });
+  for (const char* status : {"301", "302", "303", "307", "308"}) {
+    ScriptedServer server([&](net::Socket& client) {
+      Say(client, std::string("HTTP/1.1 ") + status + " Moved\r\nLocation: " + other.Url("/y") +
+                      "\r\nContent-Length: 2\r\n\r\nhi");
+      AwaitLeave(client);
+    });
+    EXPECT_EQ(LocalHttpGet(server.Url("/x"), kNeverMs), kNothing) << status;
+  }
+  EXPECT_TRUE(other.Requests().empty());
+}
+
+TEST(LocalHttp, NobodyListensIsNothing) {
+  std::string url;
+  {
+    const ScriptedServer server([](net::Socket&) {});
+    url = server.Url("/x");
+  }
+  EXPECT_EQ(LocalHttpGet(url, kNeverMs), kNothing);
+}
+
+TEST(LocalHttp, GivesUpOnAServerThatNeverAnswers) {
+  ScriptedServer silent([](net::Socket& client) { AwaitLeave(client); });
+  EXPECT_EQ(LocalHttpGet(silent.Url("/x"), kShortMs), kNothing);
+}
+
+TEST(LocalHttp, GivesWhatCameBeforeABodyStalled) {
+  for (const char* fields :
+       {"Content-Length: 10\r\n\r\n", "Transfer-Encoding: chunked\r\n\r\nA\r\n", "\r\n"}) {
+    ScriptedServer server([&](net::Socket& client) {
+      Say(client, std::string("HTTP/1.1 200 OK\r\n") + fields + "hello");
+      AwaitLeave(client);
+    });
+    EXPECT_EQ(LocalHttpGet(server.Url("/x"), kShortMs), "hello") << fields;
+  }
+}
+
+// The time-out is that of each wait: a body that keeps coming may take longer than it in all.
+TEST(LocalHttp, TakesABodyThatDripsForLongerThanTheTimeout) {
+  const std::string body(80, 'x');
+  constexpr int kTimeoutMs = 1500;
+  const net::StopSignal never;
+  ScriptedServer server([&](net::Socket& client) {
+    Say(client, "HTTP/1.1 200 OK\r\nContent-Length: 80\r\n\r\n");
+    for (const char byte : body) {
+      never.RaisedWithin(std::chrono::milliseconds(20));
+      Say(client, std::string(1, byte));
+    }
+  });
+  EXPECT_EQ(LocalHttpGet(server.Url("/x"), kTimeoutMs), body);
+}
+
+TEST(LocalHttp, TakesLargeBodiesWhole) {
+  std::string body;
+  while (body.size() < std::size_t{8} << 20) {
+    body += "line " + std::to_string(body.size()) + "\n";
+  }
+  const std::string ok = "HTTP/1.1 200 OK\r\n";
+  for (const std::string& said :
+       {ok + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body,
+        ok + "Transfer-Encoding: chunked\r\n\r\n" + Chunk(body.substr(0, 5'000'000)) +
+            Chunk(body.substr(5'000'000)) + "0\r\n\r\n",
+        ok + "\r\n" + body}) {
+    ScriptedServer server([&](net::Socket& client) { Say(client, said); });
+    const auto got = LocalHttpGet(server.Url("/x"), kNeverMs);
+    EXPECT_TRUE(got == body) << (got ? got->size() : 0) << " bytes";
+  }
+}
+
+TEST(LocalHttp, ManyCallsAtOnceShareNothing) {
+  const stand_in::WebServer server(0);
+  std::vector<std::thread> callers;
+  std::atomic<int> answered{0};
+  for (int i = 0; i < 8; ++i) {
+    callers.emplace_back([&] {
+      for (int call = 0; call < 5; ++call) {
+        answered += LocalHttpGet(server.Url("/bytes/5"), kNeverMs) == "xxxxx" ? 1 : 0;
+      }
+    });
+  }
+  for (auto& caller : callers) {
+    caller.join();
+  }
+  EXPECT_EQ(answered, 40);
+}
+
+TEST(LocalHttp, ASystemThatRefusesIsNothing) {
+  ScriptedServer server([](net::Socket& client) { Say(client, "HTTP/1.1 200 OK\r\n\r\nx"); });
+  for (const std::size_t step : {1U, 2U}) {
+    const CountingOs failing(platform::RealOs(), FailOnce(step));
+    const platform::ScopedOs in_force(failing.os());
+    EXPECT_EQ(LocalHttpGet(server.Url("/x"), kNeverMs), kNothing);
+  }
+  EXPECT_TRUE(server.Requests().empty());
+}
+
+// The session is there before the URL is looked at, and goes with it.
+TEST(LocalHttp, OpensASessionForABadUrlToo) {
+  const CountingOs counting(platform::RealOs());
+  const platform::ScopedOs in_force(counting.os());
+  EXPECT_EQ(LocalHttpGet("http://h/x", kNeverMs), kNothing);
+  EXPECT_THAT(counting.trace(), testing::ElementsAre("LoopbackHttp.Open"));
+}
+
+}  // namespace
+}  // namespace korvane::test
