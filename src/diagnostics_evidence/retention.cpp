@@ -86,8 +86,8 @@ class RetentionPass {
 
   void EvictByBudget() {
     std::vector<RetentionEntry*> candidates = Evictable();
-    std::ranges::stable_partition(
-        candidates, [](const RetentionEntry* entry) { return entry->reason == "clean"; });
+    std::stable_partition(candidates.begin(), candidates.end(),
+                          [](const RetentionEntry* entry) { return entry->reason == "clean"; });
     for (RetentionEntry* entry : candidates) {
       if (live_ < 2 || !OverBudget()) {
         break;

@@ -17,7 +17,6 @@ constexpr char kClean[] = "libbox_clean_shutdown";
 constexpr char kFailedStart[] = "libbox_failed_start";
 constexpr char kRecord[] = "libbox_shutdown_record.json";
 constexpr char kLog[] = "libbox_session.log";
-constexpr char kRevoked[] = "windows_diagnostics_revoked";
 constexpr char kNow[] = "2024-01-02T03:04:05Z";
 
 void LeaveEverything(EvidenceWorld& world) {
