@@ -1,0 +1,45 @@
+#include "egress/selector_probes.h"
+
+#include <utility>
+
+#include "egress/json_document.h"
+#include "engine_api/clash_api.h"
+#include "engine_api/local_http.h"
+
+namespace korvane {
+
+std::vector<SelectorProbe> ProbeSelectors(const EgressConfig& config,
+                                          std::optional<int> controller_port) {
+  std::vector<SelectorProbe> probes;
+  for (const EgressOutbound& outbound : config.outbounds) {
+    if (!IsSelectorType(outbound)) {
+      continue;
+    }
+    SelectorProbe& probe = probes.emplace_back();
+    probe.tag = outbound.tag;
+    if (!controller_port) {
+      continue;
+    }
+    const std::string url = ClashApiBase(*controller_port) + "/proxies/" + UrlEncodeTag(probe.tag);
+    if (const auto body = LocalHttpGet(url, kSelectorProbeMs)) {
+      SelectorAnswer answer = ParseSelectorAnswer(*body);
+      probe.status = answer.status;
+      probe.now = std::move(answer.now);
+    }
+  }
+  return probes;
+}
+
+SelectorAnswer ParseSelectorAnswer(std::string_view body) {
+  const std::optional<JsonValue> root = ParseJsonDocument(body);
+  if (!root || root->kind != JsonKind::kObject) {
+    return {.status = SelectorProbeStatus::kMalformedAnswer, .now = {}};
+  }
+  const JsonValue* now = FindMember(*root, "now");
+  if (now == nullptr || now->kind != JsonKind::kString || now->stringValue.empty()) {
+    return {.status = SelectorProbeStatus::kNowMissing, .now = {}};
+  }
+  return {.status = SelectorProbeStatus::kRead, .now = now->stringValue};
+}
+
+}  // namespace korvane
