@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "engine_api/scripted_server.h"
@@ -203,23 +204,29 @@ TEST(LocalHttp, TakesLargeBodiesWhole) {
   while (body.size() < std::size_t{8} << 20) {
     body += "line " + std::to_string(body.size()) + "\n";
   }
-  const std::string ok = "HTTP/1.1 200 OK\r\n";
-  for (const std::string& said :
-       {ok + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body,
-        ok + "Transfer-Encoding: chunked\r\n\r\n" + Chunk(body.substr(0, 5'000'000)) +
-            Chunk(body.substr(5'000'000)) + "0\r\n\r\n",
-        ok + "\r\n" + body}) {
-    ScriptedServer server([&](net::Socket& client) { Say(client, said); });
+  const std::string chunks = Chunk(body.substr(0, 5'000'000)) + Chunk(body.substr(5'000'000));
+  const std::pair<std::string, std::string> rows[] = {
+      {"Content-Length: " + std::to_string(body.size()), body},
+      {"Transfer-Encoding: chunked", chunks + "0\r\n\r\n"},
+      {"Connection: close", body}};
+  for (const auto& [field, sent] : rows) {
+    const std::string head = "HTTP/1.1 200 OK\r\n" + field + "\r\n\r\n";
+    ScriptedServer server([&head, &bytes = sent](net::Socket& client) {
+      Say(client, head);
+      Say(client, bytes);
+    });
     const auto got = LocalHttpGet(server.Url("/x"), kNeverMs);
-    EXPECT_TRUE(got == body) << (got ? got->size() : 0) << " bytes";
+    EXPECT_TRUE(got == body) << field << ": " << (got ? got->size() : 0) << " bytes";
   }
 }
 
 TEST(LocalHttp, ManyCallsAtOnceShareNothing) {
   const stand_in::WebServer server(0);
+  constexpr int kCallers = 8;
   std::vector<std::thread> callers;
+  callers.reserve(kCallers);
   std::atomic<int> answered{0};
-  for (int i = 0; i < 8; ++i) {
+  for (int i = 0; i < kCallers; ++i) {
     callers.emplace_back([&] {
       for (int call = 0; call < 5; ++call) {
         answered += LocalHttpGet(server.Url("/bytes/5"), kNeverMs) == "xxxxx" ? 1 : 0;

@@ -159,6 +159,7 @@ platform::Result<std::uint32_t> FakeScheduledCommand::Run(const std::wstring& co
 TunnelTest::TunnelTest() : app_data("APPDATA", folder.path().string()) {
   platform::Os os = platform::RealOs();
   os.clocks = &clock;
+  os.loopback_http = &http;
   os.error_stream = &errors;
   os.dynamic_libraries = &libraries;
   os.code_trust = &trust;

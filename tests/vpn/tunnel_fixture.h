@@ -22,6 +22,7 @@
 #include "platform/os.h"
 #include "support/call_journal.h"
 #include "support/fake_clock.h"
+#include "support/fake_loopback_http.h"
 #include "support/recording_error_stream.h"
 #include "support/scoped_environment.h"
 #include "support/temporary_folder.h"
@@ -130,6 +131,7 @@ class TunnelTest : public ::testing::Test {
 
   CallJournal journal;
   FakeClock clock;
+  FakeLoopbackHttp http;
   RecordingErrorStream errors;
   FakeLibraries libraries;
   FakeCodeTrust trust{libraries};
