@@ -8,6 +8,9 @@
 //   {"expect":{...}}            waits for a line of the host that has these keys
 //   {"proxy":true}              reads the system proxy from outside of the host
 //   {"fetch":PATH}              fetches a page of a local web server through that proxy
+//   {"delays":true}             the delay of the path in use, what the automatic selector has
+//   picked,
+//                               and the delays of its group
 //   {"screenshot":true}         a picture of the display, where there is one
 //   {"kill":true}               ends the host at once, as a power cut does
 //   {"start":true}              starts it again, for the same user; {"restart":true} closes it
@@ -129,6 +132,8 @@ class Player {
       Note("system proxy: " + proxy.value_or("direct"));
     } else if (line.contains("fetch")) {
       return Fetch(line["fetch"]);
+    } else if (line.contains("delays")) {
+      return ShowDelays();
     } else if (line.contains("screenshot")) {
       Screenshot();
     } else if (line.contains("kill")) {
@@ -165,6 +170,24 @@ class Player {
     const int code = host_->Finish();
     Note("the host left with exit code " + std::to_string(code));
     return code == 0;
+  }
+
+  bool ShowDelays() {
+    const Json path = host_->Call("performUrlTest", Json::object());
+    const Json info = host_->Call("getAutoSelectorInfo");
+    PrintNews();
+    if (!path.contains("success") || !info.contains("success")) {
+      return false;
+    }
+    const Json& picked = info["success"];
+    Note("the path in use answers in " + path["success"].dump() + " ms");
+    Note("in use: " + picked["selectedTag"].get<std::string>() + ", " +
+         picked["selectedLatency"].dump() + " ms");
+    const Json group = Json::parse(picked["allLatencies"].get<std::string>());
+    for (const auto& [node, delay] : group.items()) {
+      Note("  of the automatic group: " + node + ", " + delay.dump() + " ms");
+    }
+    return picked["selectedLatency"] > 0;
   }
 
   bool ListIncidents(const Json& expected) {
