@@ -8,9 +8,7 @@
 //   {"expect":{...}}            waits for a line of the host that has these keys
 //   {"proxy":true}              reads the system proxy from outside of the host
 //   {"fetch":PATH}              fetches a page of a local web server through that proxy
-//   {"delays":true}             the delay of the path in use, what the automatic selector has
-//   picked,
-//                               and the delays of its group
+//   {"delays":true}             shows the delays, and what the automatic selector has picked
 //   {"screenshot":true}         a picture of the display, where there is one
 //   {"kill":true}               ends the host at once, as a power cut does
 //   {"start":true}              starts it again, for the same user; {"restart":true} closes it
