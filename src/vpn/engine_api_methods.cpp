@@ -70,10 +70,6 @@ void PerformUrlTestWorker(const OwnedResult& result, std::int32_t timeout_ms,
 
 }  // namespace
 
-void MethodGetWindowsRuntimeDiagnostics(const Arguments& /*arguments*/, OwnedResult result) {
-  result->Success(flutter::EncodableMap{});
-}
-
 void MethodGetAutoSelectorInfo(const Arguments& arguments, OwnedResult result) {
   if (!IsVpnConnected()) {
     result->Error("VPN_NOT_CONNECTED", "VPN must be connected to get auto selector info");

@@ -2,8 +2,8 @@
 //
 // A method that may take long starts one detached worker for that call alone; there is no pool and
 // no limit, and nobody joins it. The worker owns the method's result and completes it on its own
-// thread. No exception leaves a worker: what reaches its top is written, told to the interface, and
-// answered.
+// thread. But for the one of runtime_diagnostics.h, no exception leaves a worker: what reaches its
+// top is written, told to the interface, and answered.
 #pragma once
 
 #include <memory>

@@ -132,7 +132,8 @@ platform::Status FakeProxySettings::Store(std::uint32_t flags, const std::wstrin
   if (store_error != 0) {
     return platform::Status::Fail(store_error);
   }
-  current = {.flags = flags, .server = server, .bypass = bypass, .auto_config_url = {}};
+  const MutexLock lock(mutex_);
+  current_ = {.flags = flags, .server = server, .bypass = bypass, .auto_config_url = {}};
   return platform::Status::Ok();
 }
 
@@ -140,7 +141,8 @@ platform::Result<platform::ConnectionProxy> FakeProxySettings::Query() {
   if (query_fails) {
     return platform::Result<platform::ConnectionProxy>::Fail(12018);
   }
-  return current;
+  const MutexLock lock(mutex_);
+  return current_;
 }
 
 platform::Result<std::uint32_t> FakeScheduledCommand::Run(const std::wstring& command_line) {

@@ -19,6 +19,7 @@
 
 #include "flutter_boundary/binary_messenger.h"
 #include "flutter_boundary/encodable_value.h"
+#include "platform/mutex.h"
 #include "platform/os.h"
 #include "support/call_journal.h"
 #include "support/fake_clock.h"
@@ -79,13 +80,12 @@ class DartSide : public flutter::BinaryMessenger {
   const std::thread::id window_thread_ = std::this_thread::get_id();
 };
 
-// Proxy settings in memory; each change is written down.
+// Proxy settings in memory; each change is written down. Any thread.
 class FakeProxySettings : public platform::ProxySettings {
  public:
   explicit FakeProxySettings(CallJournal& journal) : journal_(journal) {}
   std::atomic<platform::ErrorCode> store_error{0};
   std::atomic<bool> query_fails{false};
-  platform::ConnectionProxy current;
 
   platform::Status Store(std::uint32_t flags, const std::wstring& server,
                          const std::wstring& bypass) override;
@@ -94,6 +94,8 @@ class FakeProxySettings : public platform::ProxySettings {
 
  private:
   CallJournal& journal_;
+  Mutex mutex_;
+  platform::ConnectionProxy current_ KORVANE_GUARDED_BY(mutex_);
 };
 
 class FakeElevation : public platform::Elevation {
