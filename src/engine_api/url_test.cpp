@@ -1,5 +1,6 @@
 #include "engine_api/url_test.h"
 
+#include <cstdint>
 #include <optional>
 
 #include "engine_api/clash_api.h"

@@ -12,13 +12,15 @@
 // Windows, in this order:
 //   Open   WinHttpOpen(kLoopbackHttpAgent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, null, null, 0);
 //          WinHttpSetTimeouts with the time four times, result ignored
-//   Get    WinHttpConnect("127.0.0.1", port); WinHttpOpenRequest("GET", target, null, null, null,
-//   0);
+//   Get    WinHttpConnect("127.0.0.1", port);
+//          WinHttpOpenRequest("GET", target, null, null, null, 0);
 //          WinHttpSetOption for "redirect never", "no proxy" and the wait for the answer's head,
 //          all of which the default would take away from the promises above, results ignored;
 //          WinHttpSendRequest; WinHttpReceiveResponse; WinHttpQueryHeaders for the status number;
 //          WinHttpQueryDataAvailable and WinHttpReadData until nothing is available
 //   close  request, connection, session
+// Wine takes "no proxy" and does nothing with it, so http_proxy must be unset there, as
+// scripts/lib/wine-run does; Windows itself never reads that variable.
 // Linux: a non-blocking socket and poll; heads of more than 64 KiB are refused.
 #pragma once
 
