@@ -13,7 +13,6 @@
 namespace korvane::test {
 namespace {
 
-using stand_in::WebAnswer;
 using stand_in::WebRequest;
 using stand_in::WebServer;
 
