@@ -16,9 +16,9 @@ die() {
 
 # The packages of each kind of work, in Debian's names.
 packages_build="g++ clang cmake ninja-build ccache git googletest nlohmann-json3-dev python3"
-packages_windows="g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 openssl osslsigncode"
+packages_windows="g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 openssl osslsigncode locales"
 packages_picture="xvfb imagemagick x11-utils"
-packages_check="clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev locales"
+packages_check="clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev"
 
 # need KIND...: installs what of these kinds is missing.
 need() {

@@ -6,10 +6,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "support/host_driver/host_process.h"
+#include "support/host_driver/host_target.h"
+#include "support/host_driver/run_command.h"
 
 namespace korvane::test {
 namespace {
@@ -85,6 +89,62 @@ TEST(Evidence, TellsHowEachSessionEnded) {
   EXPECT_FALSE(fs::exists(user.korvane_folder() / "incidents"));
   EXPECT_EQ(host.Finish(), 0);
 }
+
+// A profile in another script. Under Wine the code page of narrow paths follows the locale, which
+// has to be made first.
+struct Profile {
+  const char* name;
+  const char8_t* folder;
+  const char* locale;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Profile& profile) {
+  return stream << profile.name;
+}
+
+class EvidenceProfile : public testing::TestWithParam<Profile> {};
+
+std::map<std::string, std::string> EnvironmentOf(const HostUser& user, const fs::path& app_data,
+                                                 const Profile& profile) {
+  std::map<std::string, std::string> environment = {{"APPDATA", HostUser::PathForHost(app_data)}};
+  if (DrivesWindows()) {
+    const std::string locale = profile.locale;
+    const fs::path locales = user.folder() / "locales";
+    fs::create_directories(locales);
+    EXPECT_EQ(RunCommand({"localedef", "-i", locale, "-f", "UTF-8",
+                          (locales / (locale + ".UTF-8")).string()},
+                         {}),
+              0);
+    environment["LC_ALL"] = locale + ".UTF-8";
+    environment["LOCPATH"] = locales.string();
+  }
+  return environment;
+}
+
+TEST_P(EvidenceProfile, HoldsTheIncidentOfACrash) {
+  const HostUser user;
+  const fs::path app_data = user.folder() / GetParam().folder;
+  fs::create_directories(app_data);
+  const HostOptions options{.environment = EnvironmentOf(user, app_data, GetParam())};
+  {
+    HostProcess host(user, options);
+    SwitchOn(host);
+    EXPECT_EQ(host.Call("loadVPNPreference", Preference(ConfigWith(Json::object())))["success"],
+              true);
+    host.SendText(R"({"abort":true})");
+    host.WaitForExit();
+  }
+  HostProcess host(user, options);
+  EXPECT_THAT(ImportedBy(host), ElementsAre("unexplained/session_active"));
+  EXPECT_EQ(host.Finish(), 0);
+  EXPECT_FALSE(fs::is_empty(app_data / "Korvane" / "incidents"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts, EvidenceProfile,
+    testing::Values(Profile{"Cyrillic", u8"\u041F\u0440\u043E\u0444\u0438\u043B\u044C", "ru_RU"},
+                    Profile{"Chinese", u8"\u7528\u6237", "zh_CN"}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 // Secrets of every kind, and what of each must never be seen again.
 struct Canary {
