@@ -15,6 +15,7 @@
 //   first
 //   {"incidents":[{...},...]}   lists the archived incidents; each of these must be among them
 //   {"acknowledge":{...}}       acknowledges the first one of the last list that has these values
+//   {"report":{...}}            the runtime report as a table; it must have these values
 //   {"timeline":true}           what the startup log says of the user's last start
 //
 // "@config" in an argument is the configuration's text, "@config-with-another-node" the same with
@@ -101,6 +102,20 @@ std::string Readable(const Json& line) {
   return Shortened(rest.dump());
 }
 
+// Without the console's mark on 64-bit integers.
+Json Unmarked(const Json& value) {
+  if (value.is_object() && value.contains("$int64")) {
+    return value["$int64"];
+  }
+  Json result = value;
+  if (value.is_structured()) {
+    for (Json& element : result) {
+      element = Unmarked(element);
+    }
+  }
+  return result;
+}
+
 std::string CommandOutput(const std::string& command) {
   const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
   std::string output;
@@ -148,6 +163,8 @@ class Player {
       return ListIncidents(line["incidents"]);
     } else if (line.contains("acknowledge")) {
       return Acknowledge(line["acknowledge"]);
+    } else if (line.contains("report")) {
+      return Report(line["report"]);
     } else if (line.contains("timeline")) {
       Timeline();
     } else {
@@ -224,6 +241,24 @@ class Player {
                     {{"incidentId", incident["id"]}, {"reimportCount", incident["reimportCount"]}});
     PrintNews();
     return answer.contains("success") && answer["success"] == true;
+  }
+
+  bool Report(const Json& expected) {
+    const Json reply = host_->Call("getWindowsRuntimeDiagnostics", {{"selectorTag", "proxy"}});
+    const Json answer = reply.contains("success") ? reply["success"] : Json();
+    PrintNews();
+    for (const auto& [name, value] : answer.items()) {
+      const bool table = value.is_array() && !value.empty();
+      PrintRow(name, table ? "" : Shortened(Unmarked(value).dump()));
+      for (const Json& row : table ? value : Json::array()) {
+        PrintRow("", Unmarked(row).dump());
+      }
+    }
+    return korvane::test::Matches(answer, expected);
+  }
+
+  static void PrintRow(const std::string& name, const std::string& value) {
+    std::printf("           | %-27s | %s\n", name.c_str(), value.c_str());
   }
 
   void Timeline() {
