@@ -1,5 +1,7 @@
 #include "diagnostics_evidence/redaction.h"
 
+#include <utility>
+
 #include "diagnostics_evidence/redaction_passes.h"
 
 namespace korvane {
@@ -13,7 +15,7 @@ constexpr char kOmitted[] = "[omitted: encoded diagnostic]";
 
 std::string redactDiagnosticText(std::string_view text) {
   using namespace redaction;
-  std::string clean = RemoveControls(text);
+  std::string clean = RemoveControls(std::string(text));
   // Decoding comes first, so that a URL can't slip through in an encoded form.
   for (int pass = 0; pass < kDecodePasses && HasEncoding(clean); ++pass) {
     clean = DecodeOnce(clean);
@@ -21,16 +23,16 @@ std::string redactDiagnosticText(std::string_view text) {
   if (HasEncoding(clean)) {
     return kOmitted;
   }
-  clean = RemoveJoinedControls(RemoveControls(clean));
+  clean = RemoveJoinedControls(RemoveControls(std::move(clean)));
   // A control that decoding made may have held the halves of another encoding apart.
   if (HasEncoding(clean)) {
     return kOmitted;
   }
-  clean = ReplaceUrls(clean);
-  clean = ReplaceAddressTokens(clean);
-  clean = ReplaceIpv4(clean);
-  clean = ReplaceHosts(clean);
-  return ReplaceLongTokens(clean);
+  clean = ReplaceUrls(std::move(clean));
+  clean = ReplaceAddressTokens(std::move(clean));
+  clean = ReplaceIpv4(std::move(clean));
+  clean = ReplaceHosts(std::move(clean));
+  return ReplaceLongTokens(std::move(clean));
 }
 
 }  // namespace korvane

@@ -1,8 +1,11 @@
 #include "diagnostics_evidence/redaction_passes.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <utility>
 
 namespace korvane::redaction {
 
@@ -10,15 +13,58 @@ namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool IsAlnum(char c) { return IsDigit(c) || IsLetter(c); }
-bool IsWord(char c) { return IsAlnum(c) || c == '_'; }
-bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-bool IsHex(char c) { return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+// What a byte is; the sets of the expressions are made of these.
+using Kinds = std::uint16_t;
+constexpr Kinds kDigit = 1 << 0;
+constexpr Kinds kLetter = 1 << 1;
+constexpr Kinds kUnderscore = 1 << 2;
+constexpr Kinds kHexLetter = 1 << 3;
+constexpr Kinds kDash = 1 << 4;
+constexpr Kinds kDot = 1 << 5;
+constexpr Kinds kPlus = 1 << 6;
+constexpr Kinds kSlash = 1 << 7;
+constexpr Kinds kColon = 1 << 8;
+constexpr Kinds kTilde = 1 << 9;
+constexpr Kinds kPercent = 1 << 10;
+constexpr Kinds kUrlEnd = 1 << 11;  // blanks and quotes
+
+constexpr Kinds kHex = kDigit | kHexLetter;
+constexpr Kinds kAlnum = kDigit | kLetter;
+constexpr Kinds kWord = kAlnum | kUnderscore;
+constexpr Kinds kScheme = kAlnum | kPlus | kDot | kDash;
+constexpr Kinds kAddress = kHex | kColon | kDot;
+constexpr Kinds kZone = kWord | kDot | kTilde | kDash;
+constexpr Kinds kHost = kAlnum | kDot | kDash;
+constexpr Kinds kToken = kWord | kPlus | kSlash | kDash;
+
+constexpr std::array<Kinds, 256> MakeKinds() {
+  std::array<Kinds, 256> kinds{};
+  const auto mark = [&kinds](std::string_view bytes, Kinds kind) {
+    for (const char byte : bytes) {
+      kinds[static_cast<unsigned char>(byte)] |= kind;
+    }
+  };
+  mark("0123456789", kDigit);
+  mark("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ", kLetter);
+  mark("abcdefABCDEF", kHexLetter);
+  mark("_", kUnderscore);
+  mark("-", kDash);
+  mark(".", kDot);
+  mark("+", kPlus);
+  mark("/", kSlash);
+  mark(":", kColon);
+  mark("~", kTilde);
+  mark("%", kPercent);
+  mark(" \t\n\v\f\r\"'", kUrlEnd);
+  return kinds;
+}
+
+constexpr std::array<Kinds, 256> kKindsOf = MakeKinds();
+
+bool Is(char c, Kinds kinds) { return (kKindsOf[static_cast<unsigned char>(c)] & kinds) != 0; }
 
 int HexValue(char c) {
-  if (IsDigit(c)) {
+  if (Is(c, kDigit)) {
     return c - '0';
   }
   return (c >= 'a' ? c - 'a' : c - 'A') + 10;
@@ -26,8 +72,8 @@ int HexValue(char c) {
 
 // \b: one side is a word character and the other isn't.
 bool IsBoundary(std::string_view text, std::size_t position) {
-  const bool before = position > 0 && IsWord(text[position - 1]);
-  const bool behind = position < text.size() && IsWord(text[position]);
+  const bool before = position > 0 && Is(text[position - 1], kWord);
+  const bool behind = position < text.size() && Is(text[position], kWord);
   return before != behind;
 }
 
@@ -39,6 +85,38 @@ std::size_t SkipWhile(std::string_view text, std::size_t position, Predicate pre
   return position;
 }
 
+std::size_t SkipAll(std::string_view text, std::size_t position, Kinds kinds) {
+  return SkipWhile(text, position, [kinds](char c) { return Is(c, kinds); });
+}
+
+// Where the bytes of these kinds begin that end at `position`; not in front of `from`.
+std::size_t SkipAllBack(std::string_view text, std::size_t from, std::size_t position,
+                        Kinds kinds) {
+  while (position > from && Is(text[position - 1], kinds)) {
+    --position;
+  }
+  return position;
+}
+
+// The first byte at or behind `position` that is wanted, or the end. Asks for blocks of bytes
+// without a branch in between, which the compiler makes a few wide instructions of.
+template <typename Predicate>
+std::size_t FindByte(std::string_view text, std::size_t position, Predicate wanted) {
+  constexpr std::size_t kBlock = 32;
+  while (text.size() - position >= kBlock) {
+    const char* const block = text.data() + position;
+    unsigned found = 0;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      found |= static_cast<unsigned>(wanted(block[i]));
+    }
+    if (found != 0) {
+      break;
+    }
+    position += kBlock;
+  }
+  return SkipWhile(text, position, [wanted](char c) { return !wanted(c); });
+}
+
 // A stretch of the text and what stands in its place.
 struct Match {
   std::size_t begin = 0;
@@ -46,17 +124,23 @@ struct Match {
   std::string_view replacement;
 };
 
-// Replaces what `find` gives; find(from) is the leftmost match that begins at or behind `from`.
+// Replaces what `find` gives; find(text, from) is the leftmost match that begins at or behind
+// `from`. A text without one is handed back as it is.
 template <typename Find>
-std::string ReplaceAll(std::string_view text, Find find) {
+std::string ReplaceAll(std::string&& text, Find find) {
+  std::optional<Match> match = find(text, 0);
+  if (!match) {
+    return std::move(text);
+  }
   std::string result;
+  result.reserve(text.size());
   std::size_t copied = 0;
-  for (std::optional<Match> match = find(0); match; match = find(match->end)) {
+  for (; match; match = find(text, match->end)) {
     result.append(text, copied, match->begin - copied);
     result.append(match->replacement);
     copied = match->end;
   }
-  result.append(text.substr(copied));
+  result.append(text, copied);
   return result;
 }
 
@@ -71,6 +155,14 @@ bool IsC1Second(char c) {
 }
 
 constexpr char kC1First = '\xC2';
+
+// Whether a control may begin with the byte. No branches: it is asked of every byte.
+bool MayBeginControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return ((byte < 0x20) & (c != '\t') & (c != '\n')) | (byte == 0x7F) | (c == kC1First);
+}
+
+bool MayBeginEncoding(char c) { return (c == '%') | (c == '\\'); }
 
 // The end of the ANSI sequence behind the escape at `position`, or of the bare escape.
 std::size_t EscapeEnd(std::string_view text, std::size_t position) {
@@ -113,7 +205,7 @@ std::size_t ControlEnd(std::string_view text, std::size_t position) {
 // bytes.
 std::size_t EncodingLength(std::string_view text, std::size_t position) {
   const auto digits_at = [text](std::size_t at) {
-    return at + 1 < text.size() && IsHex(text[at]) && IsHex(text[at + 1]);
+    return at + 1 < text.size() && Is(text[at], kHex) && Is(text[at + 1], kHex);
   };
   if (text[position] == '%' && digits_at(position + 1)) {
     return 3;
@@ -128,7 +220,7 @@ std::size_t EncodingLength(std::string_view text, std::size_t position) {
 std::size_t Ipv4End(std::string_view text, std::size_t position) {
   const auto digits_end = [text](std::size_t from, std::size_t most) {
     std::size_t end = from;
-    while (end < text.size() && end - from < most && IsDigit(text[end])) {
+    while (end < text.size() && end - from < most && Is(text[end], kDigit)) {
       ++end;
     }
     return end;
@@ -155,20 +247,18 @@ std::size_t Ipv4End(std::string_view text, std::size_t position) {
   return position;
 }
 
-bool IsHostCharacter(char c) { return IsAlnum(c) || c == '.' || c == '-'; }
-
 // The leftmost place in text[from, last_dot) at which well-formed labels begin that reach unbroken
 // to the dot at `last_dot`; kNone when the label in front of it is broken.
 std::size_t HostBegin(std::string_view text, std::size_t from, std::size_t last_dot) {
   std::size_t begin = kNone;
   std::size_t label_end = last_dot;
-  while (label_end > from && IsAlnum(text[label_end - 1])) {
+  while (label_end > from && Is(text[label_end - 1], kAlnum)) {
     // The label's earliest character that may begin it, looking left to the next dot.
     std::size_t position = label_end;
     std::size_t label_begin = kNone;
     while (position > from && text[position - 1] != '.') {
       --position;
-      if (IsAlnum(text[position]) && IsBoundary(text, position)) {
+      if (Is(text[position], kAlnum) && IsBoundary(text, position)) {
         label_begin = position;
       }
     }
@@ -176,7 +266,7 @@ std::size_t HostBegin(std::string_view text, std::size_t from, std::size_t last_
       begin = label_begin;
     }
     // Only a label that fills the space between two dots lets the host go on to the left.
-    if (position == from || !IsAlnum(text[position])) {
+    if (position == from || !Is(text[position], kAlnum)) {
       break;
     }
     label_end = position - 1;
@@ -186,17 +276,14 @@ std::size_t HostBegin(std::string_view text, std::size_t from, std::size_t last_
 
 // Where the port behind the colon ends; kNone when there is no port of one to five digits.
 std::size_t PortEnd(std::string_view text, std::size_t colon) {
-  const std::size_t end = SkipWhile(text, colon + 1, IsDigit);
+  const std::size_t end = SkipAll(text, colon + 1, kDigit);
   const std::size_t digits = end - colon - 1;
   return digits >= 1 && digits <= 5 && IsBoundary(text, end) ? end : kNone;
 }
 
 // The host in the run text[begin, colon) and its port behind the colon.
 std::optional<Match> HostInRun(std::string_view text, std::size_t begin, std::size_t colon) {
-  std::size_t top = colon;
-  while (top > begin && IsLetter(text[top - 1])) {
-    --top;
-  }
+  const std::size_t top = SkipAllBack(text, begin, colon, kLetter);
   if (colon - top < 2 || top == begin || text[top - 1] != '.') {
     return std::nullopt;
   }
@@ -208,8 +295,6 @@ std::optional<Match> HostInRun(std::string_view text, std::size_t begin, std::si
   const std::string_view name = text.substr(host, colon - host);
   return Match{host, end, name.ends_with(".go") ? text.substr(host, end - host) : "[host]"};
 }
-
-bool IsTokenCharacter(char c) { return IsWord(c) || c == '+' || c == '/' || c == '-'; }
 
 constexpr std::size_t kLongToken = 24;
 
@@ -232,20 +317,159 @@ std::size_t LongTokenEnd(std::string_view text, std::size_t begin, std::size_t r
   return kNone;
 }
 
-}  // namespace
-
-std::string RemoveControls(std::string_view text) {
-  return ReplaceAll(text, [text](std::size_t from) -> std::optional<Match> {
-    for (std::size_t i = from; i < text.size(); ++i) {
-      if (const std::size_t end = ControlEnd(text, i); end != kNone) {
-        return Match{i, end, {}};
-      }
+// The begin of the first kLongToken bytes in a row that a token may have; kNone when there are
+// none. Each such window is looked at from its end: the byte that breaks it tells how far to go on.
+std::size_t FindTokenWindow(std::string_view text, std::size_t from) {
+  std::size_t begin = from;
+  while (text.size() - begin >= kLongToken) {
+    const std::size_t unbroken = SkipAllBack(text, begin, begin + kLongToken, kToken);
+    if (unbroken == begin) {
+      return begin;
     }
-    return std::nullopt;
-  });
+    begin = unbroken;
+  }
+  return kNone;
 }
 
-std::string RemoveJoinedControls(std::string_view text) {
+// Whether the token of an address expression is one, and not a time of day or a plain number.
+bool IsAddress(std::string_view token) {
+  return token.find("::") != kNone || std::count(token.begin(), token.end(), ':') >= 3;
+}
+
+// A run of bytes that tokens and their zones may have, and the first address in it.
+struct AddressRun {
+  std::optional<Match> address;
+  std::size_t end = 0;  // of the address, or of the run when there is none
+};
+
+AddressRun ReadAddressRun(std::string_view text, std::size_t begin) {
+  std::size_t position = begin;
+  while (position < text.size() && Is(text[position], kAddress | kZone | kPercent)) {
+    std::size_t end = SkipAll(text, position, kAddress);
+    if (end == position) {
+      ++position;
+      continue;
+    }
+    const std::string_view token = text.substr(position, end - position);
+    if (end < text.size() && text[end] == '%') {
+      const std::size_t zone_end = SkipAll(text, end + 1, kZone);
+      end = zone_end > end + 1 ? zone_end : end;
+    }
+    if (IsAddress(token)) {
+      return {.address = Match{position, end, "[ip]"}, .end = end};
+    }
+    position = end;
+  }
+  return {.address = std::nullopt, .end = position};
+}
+
+// The seven searches, each for the leftmost match that begins at or behind `from`. A match is found
+// by the byte that it can't be without, so that most bytes are only looked at by a search for one.
+
+std::optional<Match> FindControl(std::string_view text, std::size_t from) {
+  for (std::size_t i = FindByte(text, from, MayBeginControl); i < text.size();
+       i = FindByte(text, i + 1, MayBeginControl)) {
+    if (const std::size_t end = ControlEnd(text, i); end != kNone) {
+      return Match{i, end, {}};
+    }
+  }
+  return std::nullopt;
+}
+
+// The first encoding at or behind `from`, or the end.
+std::size_t FindEncoding(std::string_view text, std::size_t from) {
+  std::size_t i = FindByte(text, from, MayBeginEncoding);
+  while (i < text.size() && EncodingLength(text, i) == 0) {
+    i = FindByte(text, i + 1, MayBeginEncoding);
+  }
+  return i;
+}
+
+std::optional<Match> FindUrl(std::string_view text, std::size_t from) {
+  for (std::size_t colon = text.find("://", from); colon != kNone;
+       colon = text.find("://", colon + 1)) {
+    // The first letter of the bytes that a scheme may have begins the URL.
+    std::size_t begin = SkipAllBack(text, from, colon, kScheme);
+    begin = SkipWhile(text.substr(0, colon), begin, [](char c) { return !Is(c, kLetter); });
+    const std::size_t rest = colon + 3;
+    const std::size_t end =
+        begin == colon ? rest : SkipWhile(text, rest, [](char c) { return !Is(c, kUrlEnd); });
+    if (end > rest) {
+      return Match{begin, end, "[url]"};
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<Match> FindAddress(std::string_view text, std::size_t from) {
+  std::size_t colon = text.find(':', from);
+  while (colon != kNone) {
+    // The first colon of a token that ends right behind it, without a zone, is its only one.
+    if (colon + 1 < text.size() && Is(text[colon + 1], kAddress | kPercent)) {
+      const std::size_t begin = SkipAllBack(text, from, colon, kAddress | kZone | kPercent);
+      const AddressRun run = ReadAddressRun(text, begin);
+      if (run.address) {
+        return run.address;
+      }
+      from = run.end;
+    } else {
+      from = colon + 1;
+    }
+    colon = text.find(':', from);
+  }
+  return std::nullopt;
+}
+
+std::optional<Match> FindIpv4(std::string_view text, std::size_t from) {
+  for (std::size_t dot = text.find('.', from); dot != kNone; dot = text.find('.', dot + 1)) {
+    // Where the most digits don't begin an address, fewer don't either: all have this dot behind.
+    const std::size_t earliest = dot - from > 3 ? dot - 3 : from;
+    const std::size_t begin = SkipAllBack(text, earliest, dot, kDigit);
+    const std::size_t end = begin < dot ? Ipv4End(text, begin) : kNone;
+    if (end != kNone) {
+      return Match{begin, end, "[ip]"};
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<Match> FindHost(std::string_view text, std::size_t from) {
+  for (std::size_t colon = text.find(':', from); colon != kNone;
+       colon = text.find(':', colon + 1)) {
+    if (colon + 1 < text.size() && Is(text[colon + 1], kDigit)) {
+      const std::size_t begin = SkipAllBack(text, from, colon, kHost);
+      if (const auto match = HostInRun(text, begin, colon)) {
+        return match;
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<Match> FindLongToken(std::string_view text, std::size_t from) {
+  for (std::size_t i = FindTokenWindow(text, from); i != kNone; i = FindTokenWindow(text, i)) {
+    const std::size_t run_end = SkipAll(text, i + kLongToken, kToken);
+    std::size_t begin = i;
+    while (begin < run_end && !IsBoundary(text, begin)) {
+      ++begin;
+    }
+    // The first boundary gives the longest token; where it has no end, no later one has.
+    if (const std::size_t end = LongTokenEnd(text, begin, run_end); end != kNone) {
+      return Match{begin, end, "[redacted]"};
+    }
+    i = run_end;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string RemoveControls(std::string text) { return ReplaceAll(std::move(text), FindControl); }
+
+std::string RemoveJoinedControls(std::string text) {
+  if (text.find(kC1First) == kNone) {
+    return text;
+  }
   // No C0 control survives one pass, so only the two bytes of a C1 control can have been joined.
   // They nest like brackets; taking each pair as it closes is the end of all repeated passes.
   std::string result;
@@ -260,119 +484,34 @@ std::string RemoveJoinedControls(std::string_view text) {
   return result;
 }
 
-bool HasEncoding(std::string_view text) {
-  for (std::size_t i = text.find_first_of("%\\"); i != kNone;
-       i = text.find_first_of("%\\", i + 1)) {
-    if (EncodingLength(text, i) != 0) {
-      return true;
-    }
-  }
-  return false;
-}
+bool HasEncoding(std::string_view text) { return FindEncoding(text, 0) < text.size(); }
 
 std::string DecodeOnce(std::string_view text) {
   std::string result;
   result.reserve(text.size());
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = EncodingLength(text, i);
-    if (length == 0) {
-      result.push_back(text[i++]);
-      continue;
-    }
-    i += length;
-    result.push_back(static_cast<char>(HexValue(text[i - 2]) * 16 + HexValue(text[i - 1])));
+  std::size_t copied = 0;
+  for (std::size_t i = FindEncoding(text, 0); i < text.size(); i = FindEncoding(text, copied)) {
+    result.append(text, copied, i - copied);
+    copied = i + EncodingLength(text, i);
+    result.push_back(
+        static_cast<char>(HexValue(text[copied - 2]) * 16 + HexValue(text[copied - 1])));
   }
+  result.append(text.substr(copied));
   return result;
 }
 
-std::string ReplaceUrls(std::string_view text) {
-  return ReplaceAll(text, [text](std::size_t from) -> std::optional<Match> {
-    const auto is_scheme = [](char c) { return IsAlnum(c) || c == '+' || c == '.' || c == '-'; };
-    const auto is_rest = [](char c) { return !IsSpace(c) && c != '"' && c != '\''; };
-    for (std::size_t i = from; i < text.size(); ++i) {
-      // One run of scheme characters; its first letter begins the URL.
-      const std::size_t run_end = SkipWhile(text, i, is_scheme);
-      const auto* letter = std::find_if(text.begin() + i, text.begin() + run_end, IsLetter);
-      const auto begin = static_cast<std::size_t>(letter - text.begin());
-      if (begin < run_end && text.substr(run_end, 3) == "://") {
-        const std::size_t end = SkipWhile(text, run_end + 3, is_rest);
-        if (end > run_end + 3) {
-          return Match{begin, end, "[url]"};
-        }
-      }
-      i = run_end;
-    }
-    return std::nullopt;
-  });
+std::string ReplaceUrls(std::string text) { return ReplaceAll(std::move(text), FindUrl); }
+
+std::string ReplaceAddressTokens(std::string text) {
+  return ReplaceAll(std::move(text), FindAddress);
 }
 
-std::string ReplaceAddressTokens(std::string_view text) {
-  const auto is_token = [](char c) { return IsHex(c) || c == ':' || c == '.'; };
-  const auto is_zone = [](char c) {
-    return IsAlnum(c) || c == '_' || c == '.' || c == '~' || c == '-';
-  };
-  return ReplaceAll(text, [text, is_token, is_zone](std::size_t from) -> std::optional<Match> {
-    const auto* first = std::find_if(text.begin() + from, text.end(), is_token);
-    if (first == text.end()) {
-      return std::nullopt;
-    }
-    const auto begin = static_cast<std::size_t>(first - text.begin());
-    std::size_t end = SkipWhile(text, begin, is_token);
-    const std::string_view address = text.substr(begin, end - begin);
-    if (end < text.size() && text[end] == '%') {
-      const std::size_t zone_end = SkipWhile(text, end + 1, is_zone);
-      end = zone_end > end + 1 ? zone_end : end;
-    }
-    const bool is_address =
-        address.find("::") != kNone || std::count(address.begin(), address.end(), ':') >= 3;
-    return Match{begin, end, is_address ? "[ip]" : text.substr(begin, end - begin)};
-  });
-}
+std::string ReplaceIpv4(std::string text) { return ReplaceAll(std::move(text), FindIpv4); }
 
-std::string ReplaceIpv4(std::string_view text) {
-  return ReplaceAll(text, [text](std::size_t from) -> std::optional<Match> {
-    for (std::size_t i = from; i < text.size(); ++i) {
-      if (IsDigit(text[i])) {
-        if (const std::size_t end = Ipv4End(text, i); end != kNone) {
-          return Match{i, end, "[ip]"};
-        }
-      }
-    }
-    return std::nullopt;
-  });
-}
+std::string ReplaceHosts(std::string text) { return ReplaceAll(std::move(text), FindHost); }
 
-std::string ReplaceHosts(std::string_view text) {
-  return ReplaceAll(text, [text](std::size_t from) -> std::optional<Match> {
-    for (std::size_t i = from; i < text.size(); ++i) {
-      const std::size_t run_end = SkipWhile(text, i, IsHostCharacter);
-      if (run_end < text.size() && text[run_end] == ':') {
-        if (const auto match = HostInRun(text, i, run_end)) {
-          return match;
-        }
-      }
-      i = run_end;
-    }
-    return std::nullopt;
-  });
-}
-
-std::string ReplaceLongTokens(std::string_view text) {
-  return ReplaceAll(text, [text](std::size_t from) -> std::optional<Match> {
-    for (std::size_t i = from; i < text.size(); ++i) {
-      const std::size_t run_end = SkipWhile(text, i, IsTokenCharacter);
-      std::size_t begin = i;
-      while (begin < run_end && !IsBoundary(text, begin)) {
-        ++begin;
-      }
-      // The first boundary gives the longest token; where it has no end, no later one has.
-      if (const std::size_t end = LongTokenEnd(text, begin, run_end); end != kNone) {
-        return Match{begin, end, "[redacted]"};
-      }
-      i = run_end;
-    }
-    return std::nullopt;
-  });
+std::string ReplaceLongTokens(std::string text) {
+  return ReplaceAll(std::move(text), FindLongToken);
 }
 
 }  // namespace korvane::redaction
