@@ -1,0 +1,116 @@
+// A connect and its stop with every operation of the platform failed in turn, once and from there
+// on.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "support/counting_os.h"
+#include "vpn/tunnel_fixture.h"
+#include "vpn/vpn_state.h"
+
+namespace korvane::test {
+namespace {
+
+using flutter::EncodableMap;
+using flutter::EncodableValue;
+
+constexpr char kVpnChannel[] = "com.sundrelak.korvane/vpn";
+
+class FaultSweepTest : public TunnelTest {
+ protected:
+  FaultSweepTest() {
+    Register();
+    // So that evidence is kept on the way, and its faults must not matter.
+    EXPECT_EQ(Ask("setWindowsDiagnosticsEnabled", EncodableMap{{"enabled", true}}).value,
+              EncodableValue(true));
+  }
+
+  // A call that must be answered, and once.
+  Answer Ask(const std::string& method, const EncodableValue& arguments = {}) {
+    const int delivery = dart.Deliver(kVpnChannel, method, arguments);
+    Answer answer = dart.Await(delivery);
+    EXPECT_EQ(dart.Replies(delivery), 1) << method;
+    return answer;
+  }
+
+  // What holds behind each call: the last word that was sent is the truth.
+  void CheckTruth() {
+    const std::string status = std::get<std::string>(Ask("getStatus").value.content());
+    const auto heard = dart.Heard();
+    const auto last = std::find_if(heard.rbegin(), heard.rend(), [](const std::string& line) {
+      return line.starts_with("onVPNStateChanged ");
+    });
+    if (last != heard.rend()) {
+      EXPECT_EQ(*last, "onVPNStateChanged vpn_" + status);
+    }
+    EXPECT_EQ(Ask("isRunning").value, EncodableValue(status == "connected"));
+    EXPECT_EQ(vpn_state().op_depth, 0);
+  }
+
+  // In what a stop did, the proxy is touched only behind the engine's close.
+  void CheckOrder() {
+    const auto calls = journal.Take();
+    const auto closed = std::ranges::find_if(
+        calls, [](const std::string& call) { return call.starts_with("close "); });
+    const auto cleared = std::ranges::find_if(
+        calls, [](const std::string& call) { return call.starts_with("proxy "); });
+    if (closed != calls.end() && cleared != calls.end()) {
+      EXPECT_LT(closed - calls.begin(), cleared - calls.begin());
+    }
+  }
+
+  // One round under the plan; false when it met no operation any more.
+  bool Round(CountingPlan plan) {
+    const std::size_t at = plan.at;
+    {
+      CountingOs counting(platform::os(), std::move(plan));
+      const platform::ScopedOs in_force(counting.os());
+      Ask("loadVPNPreference",
+          EncodableMap{{"config", ProxyConfig()}, {"autoConfigureProxy", true}});
+      CheckTruth();
+      journal.Take();
+      Ask("stopVPN");
+      CheckTruth();
+      CheckOrder();
+      met_ = counting.count() >= at;
+    }
+    // With everything well again a stop brings all down.
+    EXPECT_EQ(Ask("stopVPN").value, EncodableValue(true));
+    EXPECT_EQ(Ask("getStatus").value, EncodableValue("disconnected"));
+    EXPECT_EQ(proxy.Query().value().flags, 1U) << "the proxy is off";
+    journal.Take();
+    dart.Heard();
+    return met_;
+  }
+
+  std::size_t Sweep(CountingPlan (*plan)(std::size_t)) {
+    std::size_t operation = 1;
+    for (; Round(plan(operation)) && !HasFailure(); ++operation) {
+      SCOPED_TRACE("operation " + std::to_string(operation));
+    }
+    EXPECT_FALSE(HasFailure()) << "at operation " << operation;
+    return operation - 1;
+  }
+
+ private:
+  bool met_ = false;
+};
+
+TEST_F(FaultSweepTest, EveryCallIsAnsweredOnceWhateverFailsOnce) {
+  const std::size_t rounds = Sweep([](std::size_t at) { return FailOnce(at); });
+  std::cout << rounds << " faults\n";
+  EXPECT_GT(rounds, 100U);
+}
+
+TEST_F(FaultSweepTest, EveryCallIsAnsweredOnceWhateverFailsFromThereOn) {
+  const std::size_t rounds = Sweep([](std::size_t at) { return FailFrom(at); });
+  std::cout << rounds << " lasting faults\n";
+  EXPECT_GT(rounds, 100U);
+}
+
+}  // namespace
+}  // namespace korvane::test
