@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/counting_os.h"
+#include "support/memory_files.h"
 #include "vpn/tunnel_fixture.h"
 #include "vpn/vpn_state.h"
 
@@ -23,8 +25,14 @@ constexpr char kVpnChannel[] = "com.sundrelak.korvane/vpn";
 class FaultSweepTest : public TunnelTest {
  protected:
   FaultSweepTest() {
+    in_memory_.files = &files_;
+    scope_.emplace(in_memory_);
     Register();
-    // So that evidence is kept on the way, and its faults must not matter.
+  }
+
+  // Evidence is kept on the way, and its faults must not matter. Each round begins without any.
+  void KeepEvidenceAnew() {
+    Ask("setWindowsDiagnosticsEnabled", EncodableMap{{"enabled", false}});
     EXPECT_EQ(Ask("setWindowsDiagnosticsEnabled", EncodableMap{{"enabled", true}}).value,
               EncodableValue(true));
   }
@@ -66,6 +74,7 @@ class FaultSweepTest : public TunnelTest {
   // One round under the plan; false when it met no operation any more.
   bool Round(CountingPlan plan) {
     const std::size_t at = plan.at;
+    KeepEvidenceAnew();
     {
       CountingOs counting(platform::os(), std::move(plan));
       const platform::ScopedOs in_force(counting.os());
@@ -97,6 +106,9 @@ class FaultSweepTest : public TunnelTest {
   }
 
  private:
+  MemoryFiles files_;
+  platform::Os in_memory_ = platform::os();
+  std::optional<platform::ScopedOs> scope_;
   bool met_ = false;
 };
 
