@@ -53,30 +53,48 @@ Outcome ReadPieces(const std::filesystem::path& path, const Take& take) {
   }
 }
 
-// Hands on each line with whether a line feed ended it; the last one only when it isn't empty.
+// Hands on blocks of whole lines, of about a piece or of one long line. The last one may end
+// without a line feed; there is none that is empty.
 template <typename Take>
-Outcome ReadLines(const std::filesystem::path& path, const Take& take) {
-  std::string line;
+Outcome ReadBlocks(const std::filesystem::path& path, const Take& take) {
+  std::string block;
   const auto split = [&](std::string_view piece) {
-    for (std::size_t end = piece.find('\n'); end != kNone; end = piece.find('\n')) {
-      line += piece.substr(0, end);
-      piece.remove_prefix(end + 1);
-      if (!take(line, true)) {
-        return false;
-      }
-      line.clear();
+    const std::size_t last = piece.rfind('\n');
+    if (last == kNone) {
+      block += piece;
+      return true;
     }
-    line += piece;
+    block += piece.substr(0, last + 1);
+    if (!take(block)) {
+      return false;
+    }
+    block = piece.substr(last + 1);
     return true;
   };
   const Outcome outcome = ReadPieces(path, split);
-  if (outcome == Outcome::kDone && !line.empty() && !take(line, false)) {
+  if (outcome == Outcome::kDone && !block.empty() && !take(block)) {
     return Outcome::kStopped;
   }
   return outcome;
 }
 
-std::string CleanLine(const std::string& line) { return redactDiagnosticText(EnsureUtf8(line)); }
+// Whether each of the lines is clean. They are looked at together: nothing that is replaced reaches
+// over a line feed but a control sequence, and its first byte makes the line unclean by itself.
+bool AreClean(std::string_view lines) {
+  return IsValidUtf8(lines) && redactDiagnosticText(lines) == lines;
+}
+
+void AppendCleaned(std::string_view lines, std::string& clean) {
+  while (!lines.empty()) {
+    const std::size_t end = lines.find('\n');
+    clean += redactDiagnosticText(EnsureUtf8(lines.substr(0, end)));
+    if (end == kNone) {
+      return;
+    }
+    clean += '\n';
+    lines.remove_prefix(end + 1);
+  }
+}
 
 bool Commit(const std::string& path, const std::string& text) {
   return commitFile(path, text) ||
@@ -84,17 +102,13 @@ bool Commit(const std::string& path, const std::string& text) {
 }
 
 bool MigrateLog(const std::string& narrow, const std::filesystem::path& path) {
-  const Outcome checked =
-      ReadLines(path, [](const std::string& line, bool) { return CleanLine(line) == line; });
+  const Outcome checked = ReadBlocks(path, AreClean);
   if (checked != Outcome::kStopped) {
     return checked == Outcome::kDone || ReportedUnread(checked);
   }
   std::string clean;
-  const Outcome outcome = ReadLines(path, [&clean](const std::string& line, bool ended) {
-    clean += CleanLine(line);
-    if (ended) {
-      clean += '\n';
-    }
+  const Outcome outcome = ReadBlocks(path, [&clean](std::string_view lines) {
+    AppendCleaned(lines, clean);
     return true;
   });
   return outcome == Outcome::kDone ? Commit(narrow, clean) : ReportedUnread(outcome);

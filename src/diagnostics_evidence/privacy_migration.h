@@ -4,10 +4,10 @@
 // that isn't is replaced by a commit: a crash leaves the raw file, which the next look migrates, or
 // the clean one. A file that can't be cleaned may hold raw text, and its caller must hold it back.
 //
-// Time is linear in the file. Memory: a ".log" file is checked line by line within a small multiple
-// of its longest line, which is all that a clean file ever takes; one that must be rewritten is
-// held whole, since a commit takes its text in one write. A ".json" file is held whole, since its
-// key is sought in the whole text.
+// Time is linear in the file. Memory: a ".log" file is checked in blocks of lines, within a small
+// multiple of 64 KiB and its longest line, which is all that a clean file ever takes; one that must
+// be rewritten is held whole, since a commit takes its text in one write. A ".json" file is held
+// whole, since its key is sought in the whole text.
 //
 // A line that decodes to bytes that are no UTF-8 is stored as those bytes, and the next run makes
 // text of them; from then on it is clean.

@@ -42,9 +42,27 @@ std::size_t SequenceLength(std::string_view text) {
   return length;
 }
 
+// How many bytes at the front are ASCII, in whole blocks.
+std::size_t AsciiBlocks(std::string_view text) {
+  constexpr std::size_t kBlock = 32;
+  std::size_t length = 0;
+  while (text.size() - length >= kBlock) {
+    unsigned all = 0;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      all |= static_cast<std::uint8_t>(text[length + i]);
+    }
+    if (all >= 0x80) {
+      break;
+    }
+    length += kBlock;
+  }
+  return length;
+}
+
 }  // namespace
 
 bool IsValidUtf8(std::string_view text) {
+  text.remove_prefix(AsciiBlocks(text));
   while (!text.empty()) {
     const std::size_t length = SequenceLength(text);
     if (length == 0) {
