@@ -12,6 +12,10 @@ constexpr std::uint32_t kFirstHighSurrogate = 0xD800;
 constexpr std::uint32_t kFirstLowSurrogate = 0xDC00;
 constexpr std::uint32_t kBehindSurrogates = 0xE000;
 
+bool IsBlank(char character) {
+  return character == ' ' || character == '\n' || character == '\t' || character == '\r';
+}
+
 bool IsDigit(char character) { return character >= '0' && character <= '9'; }
 
 // A surrogate comes out as three bytes like any other value below 10000.
@@ -124,8 +128,8 @@ class JsonParser {
   bool String(std::string& out) {
     ++position_;
     while (true) {
-      const std::size_t end = text_.find_first_of("\"\\", position_);
-      if (end == std::string_view::npos) {
+      const std::size_t end = PlainEnd();
+      if (end == text_.size()) {
         return false;
       }
       out.append(text_, position_, end - position_);
@@ -137,6 +141,15 @@ class JsonParser {
         return false;
       }
     }
+  }
+
+  // The end of what a string takes as it is.
+  std::size_t PlainEnd() const {
+    std::size_t end = position_;
+    while (end < text_.size() && text_[end] != '"' && text_[end] != '\\') {
+      ++end;
+    }
+    return end;
   }
 
   // From behind the backslash.
@@ -227,14 +240,16 @@ class JsonParser {
   }
 
   void SkipBlanks() {
-    position_ = std::min(text_.find_first_not_of(" \t\n\r", position_), text_.size());
+    while (position_ < text_.size() && IsBlank(text_[position_])) {
+      ++position_;
+    }
   }
 
   bool AtQuote() const { return position_ < text_.size() && text_[position_] == '"'; }
 
   // Takes the word when it is what follows.
   bool Take(std::string_view word) {
-    if (text_.substr(position_, word.size()) != word) {
+    if (!text_.substr(position_).starts_with(word)) {
       return false;
     }
     position_ += word.size();

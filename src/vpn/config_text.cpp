@@ -1,6 +1,8 @@
 #include "vpn/config_text.h"
 
+#include <algorithm>
 #include <cctype>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -32,8 +34,13 @@ constexpr std::string_view kInterfaceNameKey = "\"interface_name\"";
 // definition; it is matched by hand because the library's engine recurses for each character of the
 // value and would overflow the stack on a long one.
 std::optional<std::pair<std::size_t, std::size_t>> FindInterfaceName(std::string_view text) {
-  for (std::size_t begin = text.find(kInterfaceNameKey); begin != std::string_view::npos;
-       begin = text.find(kInterfaceNameKey, begin + 1)) {
+  // Skips most bytes unseen; a search by the first byte, a quote, would stop at every one of them.
+  const std::boyer_moore_horspool_searcher key(kInterfaceNameKey.begin(), kInterfaceNameKey.end());
+  const auto find_key = [&](std::size_t from) {
+    return static_cast<std::size_t>(std::search(text.begin() + from, text.end(), key) -
+                                    text.begin());
+  };
+  for (std::size_t begin = find_key(0); begin < text.size(); begin = find_key(begin + 1)) {
     std::size_t position = SkipSpaces(text, begin + kInterfaceNameKey.size());
     if (position == text.size() || text[position] != ':') {
       continue;
