@@ -14,14 +14,22 @@ std::size_t PaddingAt(std::size_t position, std::size_t width) {
 
 }  // namespace
 
+std::span<const std::uint8_t> ByteBufferStreamReader::ReadView(std::size_t length) {
+  if (!Require(length)) {
+    return {};
+  }
+  const auto view = bytes_.subspan(position_, length);
+  position_ += length;
+  return view;
+}
+
 void ByteBufferStreamReader::ReadBytes(std::span<std::uint8_t> target) {
   if (!Require(target.size())) {
     std::fill(target.begin(), target.end(), std::uint8_t{0});
     return;
   }
-  const auto source = bytes_.subspan(position_, target.size());
+  const auto source = ReadView(target.size());
   std::copy(source.begin(), source.end(), target.begin());
-  position_ += target.size();
 }
 
 void ByteBufferStreamReader::ReadAlignment(std::size_t width) {
@@ -41,6 +49,11 @@ bool ByteBufferStreamReader::Require(std::uint64_t length) {
 }
 
 void ByteBufferStreamWriter::WriteBytes(std::span<const std::uint8_t> bytes) {
+  // The first few values don't each grow the buffer.
+  constexpr std::size_t kFirstCapacity = 256;
+  if (buffer_->capacity() == 0) {
+    buffer_->reserve(std::max(kFirstCapacity, bytes.size()));
+  }
   buffer_->insert(buffer_->end(), bytes.begin(), bytes.end());
 }
 

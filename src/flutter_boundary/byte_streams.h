@@ -26,6 +26,8 @@ class ByteStreamReader {
   ByteStreamReader(const ByteStreamReader&) = delete;
   ByteStreamReader& operator=(const ByteStreamReader&) = delete;
 
+  // The next `length` bytes where they lie; none when the read is invalid.
+  virtual std::span<const std::uint8_t> ReadView(std::size_t length) = 0;
   // Fills `target`, wholly or, when the read is invalid, with zeros.
   virtual void ReadBytes(std::span<std::uint8_t> target) = 0;
   // Skips to the next multiple of `width`.
@@ -66,6 +68,7 @@ class ByteBufferStreamReader : public ByteStreamReader {
  public:
   explicit ByteBufferStreamReader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
 
+  std::span<const std::uint8_t> ReadView(std::size_t length) override;
   void ReadBytes(std::span<std::uint8_t> target) override;
   void ReadAlignment(std::size_t width) override;
   bool Require(std::uint64_t length) override;

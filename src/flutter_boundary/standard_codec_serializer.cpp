@@ -1,5 +1,7 @@
 #include "flutter_boundary/standard_codec_serializer.h"
 
+#include <array>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
@@ -107,13 +109,8 @@ class ValueReader {
   }
 
   std::string ReadString() {
-    const std::size_t size = ReadSize();
-    if (!stream_.Require(size)) {
-      return {};
-    }
-    std::string text(size, '\0');
-    stream_.ReadBytes({reinterpret_cast<std::uint8_t*>(text.data()), text.size()});
-    return text;
+    const auto bytes = stream_.ReadView(ReadSize());
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
   }
 
   template <typename Element>
@@ -150,7 +147,8 @@ class ValueReader {
     }
     for (std::size_t read = 0; read < size && !stream_.failed(); ++read) {
       EncodableValue key = Read(enclosing + 1);
-      map.insert_or_assign(std::move(key), Read(enclosing + 1));
+      // Keys mostly come in the order of the map, which makes its end the place to look at first.
+      map.insert_or_assign(map.end(), std::move(key), Read(enclosing + 1));
     }
     return map;
   }
@@ -179,8 +177,7 @@ class ContentWriter {
     stream_.WriteNumber(value);
   }
   void operator()(const std::string& text) const {
-    WriteType(Type::kString);
-    WriteSize(text.size());
+    WriteHead(Type::kString, text.size());
     stream_.WriteBytes({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
   }
   void operator()(const std::vector<std::uint8_t>& bytes) const {
@@ -199,15 +196,13 @@ class ContentWriter {
     WriteTypedList(Type::kFloatList, elements);
   }
   void operator()(const EncodableList& list) const {
-    WriteType(Type::kList);
-    WriteSize(list.size());
+    WriteHead(Type::kList, list.size());
     for (const EncodableValue& element : list) {
       std::visit(*this, element.content());
     }
   }
   void operator()(const EncodableMap& map) const {
-    WriteType(Type::kMap);
-    WriteSize(map.size());
+    WriteHead(Type::kMap, map.size());
     for (const auto& [key, value] : map) {
       std::visit(*this, key.content());
       std::visit(*this, value.content());
@@ -223,22 +218,28 @@ class ContentWriter {
  private:
   void WriteType(Type type) const { stream_.WriteNumber(static_cast<std::uint8_t>(type)); }
 
-  void WriteSize(std::size_t size) const {
+  // The type and the size, in one write.
+  void WriteHead(Type type, std::size_t size) const {
+    std::array<std::uint8_t, 6> head{static_cast<std::uint8_t>(type)};
+    std::size_t length = 2;
+    const auto put = [&head, &length](std::uint8_t mark, auto number) {
+      head[1] = mark;
+      std::memcpy(&head[2], &number, sizeof(number));
+      length += sizeof(number);
+    };
     if (size < kSizeIn16Bits) {
-      stream_.WriteNumber(static_cast<std::uint8_t>(size));
+      head[1] = static_cast<std::uint8_t>(size);
     } else if (size <= std::numeric_limits<std::uint16_t>::max()) {
-      stream_.WriteNumber(kSizeIn16Bits);
-      stream_.WriteNumber(static_cast<std::uint16_t>(size));
+      put(kSizeIn16Bits, static_cast<std::uint16_t>(size));
     } else {
-      stream_.WriteNumber(kSizeIn32Bits);
-      stream_.WriteNumber(static_cast<std::uint32_t>(size));
+      put(kSizeIn32Bits, static_cast<std::uint32_t>(size));
     }
+    stream_.WriteBytes({head.data(), length});
   }
 
   template <typename Element>
   void WriteTypedList(Type type, const std::vector<Element>& elements) const {
-    WriteType(type);
-    WriteSize(elements.size());
+    WriteHead(type, elements.size());
     stream_.WriteAlignment(sizeof(Element));
     stream_.WriteBytes({reinterpret_cast<const std::uint8_t*>(elements.data()),
                         elements.size() * sizeof(Element)});
