@@ -1,0 +1,126 @@
+// What the evidence costs each time that it is looked at: the check of a clean log, beside a bare
+// read of the same file, and the listing of a full archive, beside the sum of its reads.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "allocations.h"
+#include "diagnostics_evidence/libbox_log_buffer.h"
+#include "diagnostics_evidence/privacy_migration.h"
+#include "platform/os.h"
+#include "samples.h"
+#include "support/scoped_environment.h"
+#include "support/temporary_folder.h"
+
+namespace korvane::bench {
+namespace {
+
+constexpr std::size_t kLogBytes = 8'000'000;
+// Just below what the archive keeps.
+constexpr std::size_t kArchiveBytes = 10'000'000;
+constexpr int kIncidents = 3;
+
+std::size_t ReadThrough(const std::filesystem::path& path) {
+  constexpr std::uint64_t kPieceBytes = 65'536;
+  std::size_t bytes = 0;
+  auto file = platform::os().files->Open(path, platform::OpenMode::kRead);
+  while (file) {
+    const auto piece = platform::os().files->Read(file.value(), kPieceBytes);
+    if (!piece || piece.value().empty()) {
+      break;
+    }
+    bytes += piece.value().size();
+  }
+  return bytes;
+}
+
+void MigrateCleanLog(benchmark::State& state) {
+  const test::TemporaryFolder folder;
+  const std::filesystem::path path = folder / "session.log";
+  test::WriteBytes(path, CleanEngineLog(kLogBytes));
+  const AllocationCount allocations;
+  for (auto _ : state) {
+    if (!migrateEvidenceFile(path.string())) {
+      state.SkipWithError("could not be read");
+    }
+  }
+  state.counters["peak_bytes"] = static_cast<double>(allocations.PeakBytes());
+}
+BENCHMARK(MigrateCleanLog)->Name("migrate_clean/ours");
+
+void ReadCleanLog(benchmark::State& state) {
+  const test::TemporaryFolder folder;
+  const std::filesystem::path path = folder / "session.log";
+  test::WriteBytes(path, CleanEngineLog(kLogBytes));
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(ReadThrough(path));
+  }
+}
+BENCHMARK(ReadCleanLog)->Name("migrate_clean/read");
+
+// An archive as imports after crashes leave it.
+class FullArchive {
+ public:
+  FullArchive() {
+    LibboxLogBuffer().setWindowsDiagnosticsEnabled(true, nullptr);
+    for (int incident = 0; incident < kIncidents; ++incident) {
+      LibboxLogBuffer crashed;
+      crashed.beginSession();
+      test::WriteBytes(crashed.getLibboxLogPath(), CleanEngineLog(kArchiveBytes / kIncidents));
+      LibboxLogBuffer().importPendingIncidents(nullptr);
+    }
+    evidence_ = std::make_unique<LibboxLogBuffer>();
+  }
+
+  LibboxLogBuffer& evidence() { return *evidence_; }
+  std::vector<std::filesystem::path> Files() const {
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(evidence_->incidentsDirectory())) {
+      if (entry.is_regular_file()) {
+        files.push_back(entry.path());
+      }
+    }
+    return files;
+  }
+
+ private:
+  test::TemporaryFolder folder_;
+  test::ScopedEnvironment roaming_{"APPDATA", folder_.path().string()};
+  test::ScopedEnvironment config_{"XDG_CONFIG_HOME", folder_.path().string()};
+  std::unique_ptr<LibboxLogBuffer> evidence_;
+};
+
+void ListArchive(benchmark::State& state) {
+  FullArchive archive;
+  std::size_t rows = 0;
+  std::string failure;
+  for (auto _ : state) {
+    rows = archive.evidence().getPendingIncidents(&failure).size();
+  }
+  if (rows != kIncidents) {
+    state.SkipWithError(("rows: " + std::to_string(rows) + " " + failure).c_str());
+  }
+}
+BENCHMARK(ListArchive)->Name("list_archive/ours");
+
+void ReadArchive(benchmark::State& state) {
+  const FullArchive archive;
+  const std::vector<std::filesystem::path> files = archive.Files();
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    bytes = 0;
+    for (const std::filesystem::path& file : files) {
+      bytes += ReadThrough(file);
+    }
+  }
+  state.counters["bytes"] = static_cast<double>(bytes);
+}
+BENCHMARK(ReadArchive)->Name("list_archive/read");
+
+}  // namespace
+}  // namespace korvane::bench
