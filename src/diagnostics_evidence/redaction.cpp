@@ -17,16 +17,19 @@ std::string redactDiagnosticText(std::string_view text) {
   using namespace redaction;
   std::string clean = RemoveControls(std::string(text));
   // Decoding comes first, so that a URL can't slip through in an encoded form.
-  for (int pass = 0; pass < kDecodePasses && HasEncoding(clean); ++pass) {
+  for (int pass = 0; HasEncoding(clean); ++pass) {
+    if (pass == kDecodePasses) {
+      return kOmitted;
+    }
     clean = DecodeOnce(clean);
   }
-  if (HasEncoding(clean)) {
-    return kOmitted;
-  }
-  clean = RemoveJoinedControls(RemoveControls(std::move(clean)));
-  // A control that decoding made may have held the halves of another encoding apart.
-  if (HasEncoding(clean)) {
-    return kOmitted;
+  // What was taken out or decoded may have held the halves of a control, or of an encoding, apart.
+  // Both make the text shorter.
+  if (clean.size() < text.size()) {
+    clean = RemoveJoinedControls(RemoveControls(std::move(clean)));
+    if (HasEncoding(clean)) {
+      return kOmitted;
+    }
   }
   clean = ReplaceUrls(std::move(clean));
   clean = ReplaceAddressTokens(std::move(clean));
