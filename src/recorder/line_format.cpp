@@ -10,19 +10,24 @@ namespace {
 void AppendString(std::string& out, std::string_view text) {
   constexpr char kDigits[] = "0123456789abcdef";
   out += '"';
-  for (const char byte : text) {
-    const auto code = static_cast<unsigned char>(byte);
-    if (byte == '"' || byte == '\\') {
+  std::size_t copied = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto code = static_cast<unsigned char>(text[i]);
+    if (code >= 0x20 && code != '"' && code != '\\') {
+      continue;
+    }
+    out += text.substr(copied, i - copied);
+    copied = i + 1;
+    if (code >= 0x20) {
       out += '\\';
-      out += byte;
-    } else if (code < 0x20) {
+      out += text[i];
+    } else {
       out += "\\u00";
       out += kDigits[code >> 4];
       out += kDigits[code & 0xF];
-    } else {
-      out += byte;
     }
   }
+  out += text.substr(copied);
   out += '"';
 }
 
