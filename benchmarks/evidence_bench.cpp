@@ -2,10 +2,12 @@
 // read of the same file, and the listing of a full archive, beside the sum of its reads.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "allocations.h"
@@ -13,6 +15,7 @@
 #include "diagnostics_evidence/privacy_migration.h"
 #include "platform/os.h"
 #include "samples.h"
+#include "support/counting_os.h"
 #include "support/scoped_environment.h"
 #include "support/temporary_folder.h"
 
@@ -121,6 +124,29 @@ void ReadArchive(benchmark::State& state) {
   state.counters["bytes"] = static_cast<double>(bytes);
 }
 BENCHMARK(ReadArchive)->Name("list_archive/read");
+
+// What the evidence of one connect and one stop does to the disk.
+void OneSession(benchmark::State& state) {
+  FullArchive archive;
+  const test::CountingOs counting(platform::RealOs());
+  const platform::ScopedOs in_force(counting.os());
+  LibboxLogBuffer& evidence = archive.evidence();
+  for (auto _ : state) {
+    evidence.beginSession();
+    evidence.recordShutdownIntent("user_disconnect");
+    evidence.recordCloseResult(evidence.currentSessionId(), true, 0, "");
+    evidence.markCleanShutdown();
+  }
+  const std::vector<std::string> trace = counting.trace();
+  const auto per_session = [&](std::string_view operation) {
+    return static_cast<double>(std::count(trace.begin(), trace.end(), operation)) /
+           static_cast<double>(state.iterations());
+  };
+  state.counters["flushes"] = per_session("Files.Flush");
+  state.counters["renames"] = per_session("Files.Rename");
+  state.counters["writes"] = per_session("Files.Write");
+}
+BENCHMARK(OneSession)->Name("evidence_session/ours")->Iterations(1);
 
 }  // namespace
 }  // namespace korvane::bench

@@ -62,6 +62,8 @@ COUNTS = [
     ("Redaction of a clean log, instructions per byte", "instructions", "redact_clean", 20),
     ("Breadcrumb line, allocations", "redact_breadcrumb/ours", "allocations", 1),
     ("Check of a clean 8 MB log, most heap, bytes", "migrate_clean/ours", "peak_bytes", 1 << 20),
+    ("Evidence of a connect and a stop, flushes", "evidence_session/ours/iterations:1", "flushes",
+     4),
     ("JSON document of 200 KB, heap per byte", "json/ours/200000", "heap_per_byte", 9.5),
     ("JSON document of 5 MB, heap per byte", "json/ours/5000000", "heap_per_byte", 9.5),
     ("Loopback GET, most heap, bytes", "loopback_get/ours", "peak_bytes", 2048),
