@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <random>
 #include <set>
 #include <string>
@@ -95,7 +96,12 @@ std::vector<Json> AllKindsOfArguments() {
           {{"$bytes", "00ff"}}};
 }
 
-TEST_F(Channel, AnswersEveryCallOnceWhateverItSays) {
+TEST(ChannelCalls, AreAnsweredOnceWhateverTheySay) {
+  // Hundreds of calls at once take their time where processors are few and the first reading of the
+  // network tables starts a driver.
+  constexpr std::chrono::minutes kLong{2};
+  const HostUser user;
+  HostProcess host(user, {.environment = {{"KORVANE_CONSOLE_END_MS", "110000"}}});
   const std::vector<std::string> methods{"loadVPNPreference",
                                          "doConnectVpn",
                                          "stopVPN",
@@ -139,14 +145,15 @@ TEST_F(Channel, AnswersEveryCallOnceWhateverItSays) {
   std::mt19937 random(seed);
   constexpr int kCalls = 400;
   for (int id = 1; id <= kCalls; ++id) {
-    host_.Send({{"call", methods[random() % methods.size()]},
-                {"args", arguments[random() % arguments.size()]},
-                {"channel", random() % 8 == 0 ? "core" : "vpn"},
-                {"id", id}});
+    host.Send({{"call", methods[random() % methods.size()]},
+               {"args", arguments[random() % arguments.size()]},
+               {"channel", random() % 8 == 0 ? "core" : "vpn"},
+               {"id", id}});
   }
-  EXPECT_EQ(host_.Finish(), 0) << host_.Transcript();
+  host.EndInput();
+  EXPECT_EQ(host.WaitForExit(kLong), 0) << host.Transcript();
   std::set<Json> answered;
-  for (const auto& line : host_.lines()) {
+  for (const auto& line : host.lines()) {
     for (const auto* fault : {"violation", "malformed", "timeout", "console_error"}) {
       EXPECT_FALSE(line.contains(fault)) << line;
     }
