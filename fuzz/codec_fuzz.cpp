@@ -9,19 +9,11 @@
 #include "flutter_boundary/standard_codec_serializer.h"
 #include "flutter_boundary/standard_method_codec.h"
 #include "platform/os.h"
+#include "silent_error_stream.h"
 
 namespace {
 
 using flutter::EncodableValue;
-
-class SilentErrorStream : public korvane::platform::ErrorStream {
- public:
-  void WriteLine(std::string_view) override {}
-  korvane::platform::Status SilenceStandardError() override {
-    return korvane::platform::Status::Ok();
-  }
-  void WriteToDebugger(std::string_view) override {}
-};
 
 // A NaN equals nothing, not even itself; values that hold one can't be compared.
 struct HoldsNan {
@@ -101,7 +93,7 @@ void ReadMessage(std::span<const std::uint8_t> input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  SilentErrorStream silent;
+  korvane::fuzz::SilentErrorStream silent;
   korvane::platform::Os os = korvane::platform::RealOs();
   os.error_stream = &silent;
   const korvane::platform::ScopedOs scope(os);

@@ -10,6 +10,7 @@
 
 #include "diagnostics_evidence/libbox_log_buffer.h"
 #include "platform/os.h"
+#include "silent_error_stream.h"
 #include "support/fake_clock.h"
 #include "support/memory_files.h"
 
@@ -17,15 +18,6 @@ namespace {
 
 using korvane::LibboxLogBuffer;
 using korvane::test::MemoryFiles;
-
-class SilentErrorStream : public korvane::platform::ErrorStream {
- public:
-  void WriteLine(std::string_view) override {}
-  korvane::platform::Status SilenceStandardError() override {
-    return korvane::platform::Status::Ok();
-  }
-  void WriteToDebugger(std::string_view) override {}
-};
 
 // Diagnostics are on, and stay so.
 class SwitchedOn : public korvane::platform::Registry {
@@ -97,7 +89,7 @@ std::map<std::filesystem::path, std::string> Contents(MemoryFiles& files,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  SilentErrorStream silent;
+  korvane::fuzz::SilentErrorStream silent;
   SwitchedOn registry;
   MemoryFiles files;
   korvane::test::FakeClock clock;

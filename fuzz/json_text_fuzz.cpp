@@ -9,17 +9,9 @@
 #include "diagnostics_evidence/json_text.h"
 #include "diagnostics_evidence/shutdown_record.h"
 #include "platform/os.h"
+#include "silent_error_stream.h"
 
 namespace {
-
-class SilentErrorStream : public korvane::platform::ErrorStream {
- public:
-  void WriteLine(std::string_view) override {}
-  korvane::platform::Status SilenceStandardError() override {
-    return korvane::platform::Status::Ok();
-  }
-  void WriteToDebugger(std::string_view) override {}
-};
 
 void Require(bool holds) {
   if (!holds) {
@@ -61,7 +53,7 @@ void WriteAndRead(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  SilentErrorStream silent;
+  korvane::fuzz::SilentErrorStream silent;
   korvane::platform::Os os = korvane::platform::RealOs();
   os.error_stream = &silent;
   const korvane::platform::ScopedOs scope(os);

@@ -108,7 +108,9 @@ bool commitFile(const std::string& path, std::string_view bytes) {
   }
   const auto renamed = os().files->Rename(EvidencePath(sibling), EvidencePath(path));
   if (!renamed) {
-    ReportEvidence("Failed to commit " + path + ": " + EvidenceErrorText(renamed.error()));
+    // The path is in the process code page, the system's words are UTF-8.
+    ReportEvidence("Failed to commit " + EnsureUtf8(path) + ": " +
+                   EvidenceErrorText(renamed.error()));
     static_cast<void>(os().files->RemoveFile(EvidencePath(sibling)));
     return false;
   }

@@ -1,6 +1,7 @@
 #include "diagnostics_evidence/incident_archive.h"
 
 #include "diagnostics_evidence/evidence_files.h"
+#include "diagnostics_evidence/incident_manifest.h"
 #include "platform/os.h"
 
 namespace korvane {
@@ -12,7 +13,7 @@ std::string IncidentFolder(const EvidenceState& state, const std::string& id) {
 }
 
 std::string IncidentFile(const EvidenceState& state, const std::string& id, std::string_view name) {
-  return IncidentFolder(state, id) + os().text->PathSeparator() + std::string(name);
+  return IncidentDirectory(state.incidents_dir, id).append(name);
 }
 
 bool ListIncidents(const EvidenceState& state, std::vector<std::string>& ids, std::string& error) {

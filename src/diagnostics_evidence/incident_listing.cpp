@@ -64,7 +64,7 @@ IncidentRow RowFromManifest(const std::string& id, std::string_view manifest) {
   row.shutdown_later_intent = jsonStringField(manifest, "later_intent");
   row.shutdown_state = jsonStringField(manifest, "state");
   row.close_code = jsonIntField(manifest, "close_code");
-  row.close_error = redactDiagnosticText(EnsureUtf8(jsonStringField(manifest, "close_error")));
+  row.close_error = redactDiagnosticText(jsonStringField(manifest, "close_error"));
   row.crash_output_bytes = NumberIn(manifest, "crash_output_bytes");
   row.session_log_bytes = NumberIn(manifest, "session_log_bytes");
   return row;

@@ -9,6 +9,7 @@
 #include "diagnostics_evidence/session_log.h"
 #include "diagnostics_evidence/session_markers.h"
 #include "diagnostics_evidence/shutdown_record.h"
+#include "flutter_boundary/utf8.h"
 #include "platform/no_destructor.h"
 #include "platform/os.h"
 
@@ -32,7 +33,7 @@ LibboxLogBuffer& LibboxLogBuffer::instance() {
 LibboxLogBuffer::LibboxLogBuffer() : paths_(MakeEvidenceState()), state_(paths_) {
   const auto made = platform::os().files->CreateDirectories(EvidencePath(paths_.base_dir));
   if (!made) {
-    ReportEvidence("Failed to create directory: " + paths_.base_dir + " (" +
+    ReportEvidence("Failed to create directory: " + EnsureUtf8(paths_.base_dir) + " (" +
                    EvidenceErrorText(made.error()) + ")");
   }
   LoadDiagnosticsPreference(state_);

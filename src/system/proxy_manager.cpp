@@ -11,7 +11,7 @@ namespace {
 using platform::os;
 
 std::string ToUtf8(const std::wstring& text) {
-  return os().text->WideToUtf8(text).value_or(std::string());
+  return os().text->WideToUtf8Lossy(text);
 }
 
 }  // namespace

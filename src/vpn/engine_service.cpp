@@ -35,22 +35,22 @@ void CloseFailedService(VpnState& vpn, std::uint64_t service_id)
 
 EngineStart StartService(VpnState& vpn, std::uint64_t service_id)
     KORVANE_REQUIRES(vpn.lifecycle_mutex) {
-  std::int32_t code = 0;
+  std::string error;
   try {
-    code = vpn.engine.singbox_start_service(service_id);
+    const std::int32_t code = vpn.engine.singbox_start_service(service_id);
+    if (code == 0) {
+      return {.service_id = service_id, .error = {}};
+    }
+    // Read before the cleanup close, which has an error of its own.
+    error = EngineErrorOrUnknown(vpn);
+    WriteErrorLine("[ERROR] Failed to start sing-box service, error code: " + std::to_string(code));
+    WriteErrorLine("[ERROR] sing-box error: " + error);
   } catch (...) {
     const std::string text = RedactedExceptionText();
     CloseFailedService(vpn, service_id);
     WriteErrorLine("[ERROR] Exception in singbox_start_service: " + text);
     return Failed("Exception in singbox_start_service: ", text);
   }
-  if (code == 0) {
-    return {.service_id = service_id, .error = {}};
-  }
-  // Read before the cleanup close, which has an error of its own.
-  const std::string error = EngineErrorOrUnknown(vpn);
-  WriteErrorLine("[ERROR] Failed to start sing-box service, error code: " + std::to_string(code));
-  WriteErrorLine("[ERROR] sing-box error: " + error);
   CloseFailedService(vpn, service_id);
   return Failed("Failed to start sing-box service: ", error);
 }
@@ -61,16 +61,16 @@ EngineStart CreateAndStartEngine(VpnState& vpn, const std::string& text) {
   std::uint64_t service_id = 0;
   try {
     service_id = vpn.engine.singbox_new_service(text.c_str());
+    if (service_id == 0) {
+      const std::string error = EngineErrorOrUnknown(vpn);
+      WriteErrorLine("[ERROR] Failed to create sing-box service - service_id is 0");
+      WriteErrorLine("[ERROR] DLL Parser Error: " + error);
+      return Failed("Failed to create sing-box service: ", error);
+    }
   } catch (...) {
     const std::string exception_text = RedactedExceptionText();
     WriteErrorLine("[ERROR] Exception in singbox_new_service: " + exception_text);
     return Failed("Exception in singbox_new_service: ", exception_text);
-  }
-  if (service_id == 0) {
-    const std::string error = EngineErrorOrUnknown(vpn);
-    WriteErrorLine("[ERROR] Failed to create sing-box service - service_id is 0");
-    WriteErrorLine("[ERROR] DLL Parser Error: " + error);
-    return Failed("Failed to create sing-box service: ", error);
   }
   return StartService(vpn, service_id);
 }

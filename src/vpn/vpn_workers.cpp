@@ -1,5 +1,6 @@
 #include "vpn/vpn_workers.h"
 
+#include "flutter_boundary/utf8.h"
 #include "platform/os.h"
 #include "system/elevation_takeover.h"
 #include "system/proxy_manager.h"
@@ -16,6 +17,9 @@ namespace {
 
 using flutter::EncodableValue;
 
+// Engine and exception texts were valid when they were redacted; undoing an encoding may have left
+// a stray byte since, and one of those makes a whole answer unreadable to the interface.
+
 // Runs StartBox and answers with its outcome. It has told a failure to the event stream itself.
 void StartAndAnswer(const OwnedResult& result, const std::string& config) {
   std::string code;
@@ -25,7 +29,7 @@ void StartAndAnswer(const OwnedResult& result, const std::string& config) {
     return;
   }
   result->Error(code.empty() ? "CONNECTION_FAILED" : code,
-                message.empty() ? "Failed to start VPN" : message);
+                message.empty() ? "Failed to start VPN" : EnsureUtf8(message));
 }
 
 void FailBeforeStart(const OwnedResult& result, const std::string& code,
@@ -50,7 +54,7 @@ void TellFailedStart(const OwnedResult& result, const char* catch_word) {
   const std::string text = RedactedExceptionText();
   platform::WriteErrorLine(catch_word + text);
   PostVpnState(kVpnDisconnected);
-  result->Error("CONNECTION_FAILED", text);
+  result->Error("CONNECTION_FAILED", EnsureUtf8(text));
 }
 
 // A full stop with its answer; what the engine or the system threw is answered, not told as a
@@ -62,7 +66,7 @@ void StopAndAnswer(const OwnedResult& result, const char* intent, const char* ca
   } catch (...) {
     const std::string text = RedactedExceptionText();
     platform::WriteErrorLine(catch_word + text);
-    result->Error("DISCONNECTION_FAILED", text);
+    result->Error("DISCONNECTION_FAILED", EnsureUtf8(text));
   }
 }
 

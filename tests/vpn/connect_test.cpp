@@ -112,6 +112,12 @@ TEST_F(ConnectTest, RefusedProxyIsAWarningAndTheTunnelRuns) {
 }
 
 // Each way in which a start fails: what the interface hears, and what is left.
+TEST_F(ConnectTest, AnswerIsTextWhateverTheEngineSaid) {
+  FakeEngine::Get().on_new = [](const std::string&) { return 0; };
+  FakeEngine::Get().last_error = R"(bad \u00e9)";  // undone by the filter, to one byte
+  EXPECT_EQ(Load(ProxyConfig()).message, "Failed to create sing-box service: bad \xC3\xA9");
+}
+
 struct FailureRow {
   const char* why;
   std::function<void(FakeEngine&)> engine;
