@@ -10,9 +10,7 @@ namespace {
 
 using platform::os;
 
-std::string ToUtf8(const std::wstring& text) {
-  return os().text->WideToUtf8Lossy(text);
-}
+std::string ToUtf8(const std::wstring& text) { return os().text->WideToUtf8Lossy(text); }
 
 }  // namespace
 
