@@ -1,15 +1,15 @@
 // A connect and its stop with every operation of the platform failed in turn, once and from there
 // on.
+#include "support/fault_sweep.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "support/counting_os.h"
 #include "support/memory_files.h"
 #include "vpn/tunnel_fixture.h"
 #include "vpn/vpn_state.h"
@@ -72,12 +72,9 @@ class FaultSweepTest : public TunnelTest {
   }
 
   // One round under the plan; false when it met no operation any more.
-  bool Round(CountingPlan plan) {
-    const std::size_t at = plan.at;
+  bool Round(const CountingPlan& plan) {
     KeepEvidenceAnew();
-    {
-      CountingOs counting(platform::os(), std::move(plan));
-      const platform::ScopedOs in_force(counting.os());
+    const bool met = MeetsFault(plan, [this] {
       Ask("loadVPNPreference",
           EncodableMap{{"config", ProxyConfig()}, {"autoConfigureProxy", true}});
       CheckTruth();
@@ -85,43 +82,24 @@ class FaultSweepTest : public TunnelTest {
       Ask("stopVPN");
       CheckTruth();
       CheckOrder();
-      met_ = counting.count() >= at;
-    }
+    });
     // With everything well again a stop brings all down.
     EXPECT_EQ(Ask("stopVPN").value, EncodableValue(true));
     EXPECT_EQ(Ask("getStatus").value, EncodableValue("disconnected"));
     EXPECT_EQ(proxy.Query().value().flags, 1U) << "the proxy is off";
     journal.Take();
     dart.Heard();
-    return met_;
-  }
-
-  std::size_t Sweep(CountingPlan (*plan)(std::size_t)) {
-    std::size_t operation = 1;
-    for (; Round(plan(operation)) && !HasFailure(); ++operation) {
-      SCOPED_TRACE("operation " + std::to_string(operation));
-    }
-    EXPECT_FALSE(HasFailure()) << "at operation " << operation;
-    return operation - 1;
+    return met;
   }
 
  private:
   MemoryFiles files_;
   platform::Os in_memory_ = platform::os();
   std::optional<platform::ScopedOs> scope_;
-  bool met_ = false;
 };
 
-TEST_F(FaultSweepTest, EveryCallIsAnsweredOnceWhateverFailsOnce) {
-  const std::size_t rounds = Sweep([](std::size_t at) { return FailOnce(at); });
-  std::cout << rounds << " faults\n";
-  EXPECT_GT(rounds, 100U);
-}
-
-TEST_F(FaultSweepTest, EveryCallIsAnsweredOnceWhateverFailsFromThereOn) {
-  const std::size_t rounds = Sweep([](std::size_t at) { return FailFrom(at); });
-  std::cout << rounds << " lasting faults\n";
-  EXPECT_GT(rounds, 100U);
+TEST_F(FaultSweepTest, EveryCallIsAnsweredOnceWhateverFails) {
+  SweepFaults("connect and stop", 100, [this](const CountingPlan& plan) { return Round(plan); });
 }
 
 }  // namespace
