@@ -2,16 +2,18 @@
 // same again. The first byte chooses between a bare value, a method call and a reply.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <span>
 
 #include "flutter_boundary/byte_streams.h"
 #include "flutter_boundary/standard_codec_serializer.h"
 #include "flutter_boundary/standard_method_codec.h"
 #include "platform/os.h"
+#include "require.h"
 #include "silent_error_stream.h"
 
 namespace {
+
+using korvane::fuzz::Require;
 
 using flutter::EncodableValue;
 
@@ -38,12 +40,6 @@ struct HoldsNan {
     return false;
   }
 };
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 void CheckRoundTrip(const EncodableValue& value) {
   std::vector<std::uint8_t> bytes;

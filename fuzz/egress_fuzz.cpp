@@ -2,20 +2,16 @@
 // addresses come from the configuration too: the walk ends, and the report holds no such text.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <set>
 #include <string>
 #include <string_view>
 
 #include "egress/egress_report.h"
+#include "require.h"
 
 namespace {
 
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
+using korvane::fuzz::Require;
 
 bool IsWord(const korvane::EgressScalar& scalar) {
   const auto* text = std::get_if<std::string>(&scalar);

@@ -2,23 +2,19 @@
 // the same; and whatever is taken keeps the tree's own promises.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
 
 #include "egress/json_document.h"
+#include "require.h"
 
 namespace {
 
+using korvane::fuzz::Require;
+
 using korvane::JsonKind;
 using korvane::JsonValue;
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 void CheckTree(const JsonValue& value, int depth) {
   Require(depth <= korvane::kMaxJsonDepth);

@@ -2,22 +2,18 @@
 // must bring through.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "diagnostics_evidence/incident_manifest.h"
 #include "diagnostics_evidence/json_text.h"
 #include "diagnostics_evidence/shutdown_record.h"
 #include "platform/os.h"
+#include "require.h"
 #include "silent_error_stream.h"
 
 namespace {
 
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
+using korvane::fuzz::Require;
 
 // The readers leave \u escapes as they are, so a value with such a byte comes back spelt out.
 bool ComesBackAsItIs(const std::string& text) {

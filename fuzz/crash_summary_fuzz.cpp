@@ -1,0 +1,47 @@
+// Arbitrary bytes as the log of a crash: what is told of it is text without a secret.
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "diagnostics_evidence/crash_summary.h"
+#include "diagnostics_evidence/redaction.h"
+#include "flutter_boundary/utf8.h"
+#include "platform/os.h"
+#include "require.h"
+#include "silent_error_stream.h"
+#include "support/memory_files.h"
+
+namespace {
+
+using korvane::fuzz::Require;
+
+constexpr char kLog[] = "/crash/session.log";
+
+void Put(korvane::test::MemoryFiles& files, const std::string& bytes) {
+  Require(static_cast<bool>(files.CreateDirectories("/crash")));
+  auto file = files.Open(kLog, korvane::platform::OpenMode::kWriteShared);
+  Require(file && files.Write(file.value(), bytes));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  korvane::fuzz::SilentErrorStream silent;
+  korvane::test::MemoryFiles files;
+  korvane::platform::Os os = korvane::platform::RealOs();
+  os.error_stream = &silent;
+  os.files = &files;
+  const korvane::platform::ScopedOs scope(os);
+  const std::string log(reinterpret_cast<const char*>(data), size);
+  Put(files, log);
+
+  const std::vector<korvane::CrashLogEntry> entries = korvane::parseCrashLog(kLog);
+  Require(entries.size() <= static_cast<std::size_t>(std::ranges::count(log, '\n')) + 1);
+  for (const korvane::CrashLogEntry& entry : entries) {
+    Require(korvane::redactDiagnosticText(entry.msg) == entry.msg);
+  }
+  const std::string summary = korvane::summarise(entries);
+  Require(!entries.empty() || summary == "Unknown crash - no log entries captured");
+  return 0;
+}
