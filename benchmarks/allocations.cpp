@@ -12,10 +12,7 @@ thread_local std::size_t made = 0;
 thread_local std::size_t held = 0;
 thread_local std::size_t peak = 0;
 
-}  // namespace
-
-void* operator new(std::size_t bytes) {
-  void* const memory = std::malloc(bytes);
+void* Counted(void* memory) {
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
@@ -25,12 +22,27 @@ void* operator new(std::size_t bytes) {
   return memory;
 }
 
-void operator delete(void* memory) noexcept {
+void Release(void* memory) {
   held -= memory != nullptr ? malloc_usable_size(memory) : 0;
   std::free(memory);
 }
 
-void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
+}  // namespace
+
+void* operator new(std::size_t bytes) { return Counted(std::malloc(bytes)); }
+
+void* operator new(std::size_t bytes, std::align_val_t alignment) {
+  const auto unit = static_cast<std::size_t>(alignment);
+  return Counted(std::aligned_alloc(unit, (bytes + unit - 1) / unit * unit));
+}
+
+void operator delete(void* memory) noexcept { Release(memory); }
+
+void operator delete(void* memory, std::size_t) noexcept { Release(memory); }
+
+void operator delete(void* memory, std::align_val_t) noexcept { Release(memory); }
+
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { Release(memory); }
 
 namespace korvane::bench {
 

@@ -20,7 +20,9 @@ constexpr std::int64_t kLarge = 5'000'000;
 
 struct Ours {
   static auto Parse(const std::string& text) { return ParseJsonDocument(text); }
-  static bool Succeeded(const std::optional<JsonValue>& document) { return document.has_value(); }
+  static bool Succeeded(const std::optional<JsonDocument>& document) {
+    return document.has_value();
+  }
 };
 
 struct Nlohmann {

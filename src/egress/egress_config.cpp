@@ -24,8 +24,7 @@ bool IsOneOf(std::string_view text, const Texts& texts) {
 
 std::string StringMember(const JsonValue& object, std::string_view key) {
   const JsonValue* member = FindMember(object, key);
-  return member != nullptr && member->kind == JsonKind::kString ? member->stringValue
-                                                                : std::string();
+  return member != nullptr ? std::string(member->StringValue()) : std::string();
 }
 
 void AddPort(std::optional<std::int64_t> port, EgressOutbound& outbound) {
@@ -47,25 +46,26 @@ std::optional<std::int64_t> DecimalNumber(std::string_view text) {
 
 void ReadServerPort(const JsonValue& port, EgressOutbound& outbound) {
   outbound.hasPortField = true;
-  AddPort(port.kind == JsonKind::kInteger ? std::optional(port.intValue) : std::nullopt, outbound);
+  AddPort(port.Kind() == JsonKind::kInteger ? std::optional(port.IntValue()) : std::nullopt,
+          outbound);
 }
 
 void ReadServerPorts(const JsonValue& ports, EgressOutbound& outbound) {
   outbound.hasPortField = true;
-  if (ports.kind != JsonKind::kArray || ports.items.empty()) {
+  if (ports.Items().empty()) {
     outbound.portInvalid = true;
     return;
   }
-  for (const JsonValue& item : ports.items) {
-    if (item.kind != JsonKind::kString) {
+  for (const JsonValue& item : ports.Items()) {
+    if (item.Kind() != JsonKind::kString) {
       outbound.portInvalid = true;
-    } else if (item.stringValue.find(':') != std::string::npos) {
+    } else if (item.StringValue().find(':') != std::string_view::npos) {
       outbound.portNotSingleton = true;  // a range
     } else {
-      AddPort(DecimalNumber(item.stringValue), outbound);
+      AddPort(DecimalNumber(item.StringValue()), outbound);
     }
   }
-  if (ports.items.size() > 1) {
+  if (ports.Items().size() > 1) {
     outbound.portNotSingleton = true;
   }
 }
@@ -163,26 +163,26 @@ EgressConfig ParseEgressConfig(std::string_view text, bool available) {
   if (!available || text.empty()) {
     return Unread(ConfigStatus::kNoConfig);
   }
-  const std::optional<JsonValue> root = ParseJsonDocument(text);
-  if (!root || root->kind != JsonKind::kObject) {
+  const std::optional<JsonDocument> document = ParseJsonDocument(text);
+  if (!document || document->Root().Kind() != JsonKind::kObject) {
     return Unread(ConfigStatus::kJsonParseFailed);
   }
-  const JsonValue* route = FindMember(*root, "route");
+  const JsonValue* route = FindMember(document->Root(), "route");
   const JsonValue* auto_detect =
       route != nullptr ? FindMember(*route, "auto_detect_interface") : nullptr;
   if (auto_detect == nullptr) {
     return Unread(ConfigStatus::kAutoDetectMissing);
   }
-  if (auto_detect->kind != JsonKind::kBool) {
+  if (auto_detect->Kind() != JsonKind::kBool) {
     return Unread(ConfigStatus::kAutoDetectInvalid);
   }
 
   EgressConfig config = Unread(ConfigStatus::kOk);
-  config.autoDetectInterface = auto_detect->boolValue;
-  const JsonValue* outbounds = FindMember(*root, "outbounds");
-  if (outbounds != nullptr && outbounds->kind == JsonKind::kArray) {
-    for (const JsonValue& item : outbounds->items) {
-      if (item.kind == JsonKind::kObject) {
+  config.autoDetectInterface = auto_detect->BoolValue();
+  const JsonValue* outbounds = FindMember(document->Root(), "outbounds");
+  if (outbounds != nullptr) {
+    for (const JsonValue& item : outbounds->Items()) {
+      if (item.Kind() == JsonKind::kObject) {
         config.outbounds.push_back(ReadOutbound(item));
       }
     }

@@ -31,15 +31,15 @@ std::vector<SelectorProbe> ProbeSelectors(const EgressConfig& config,
 }
 
 SelectorAnswer ParseSelectorAnswer(std::string_view body) {
-  const std::optional<JsonValue> root = ParseJsonDocument(body);
-  if (!root || root->kind != JsonKind::kObject) {
+  const std::optional<JsonDocument> answer = ParseJsonDocument(body);
+  if (!answer || answer->Root().Kind() != JsonKind::kObject) {
     return {.status = SelectorProbeStatus::kMalformedAnswer, .now = {}};
   }
-  const JsonValue* now = FindMember(*root, "now");
-  if (now == nullptr || now->kind != JsonKind::kString || now->stringValue.empty()) {
+  const JsonValue* now = FindMember(answer->Root(), "now");
+  if (now == nullptr || now->StringValue().empty()) {
     return {.status = SelectorProbeStatus::kNowMissing, .now = {}};
   }
-  return {.status = SelectorProbeStatus::kRead, .now = now->stringValue};
+  return {.status = SelectorProbeStatus::kRead, .now = std::string(now->StringValue())};
 }
 
 }  // namespace korvane

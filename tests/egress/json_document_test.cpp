@@ -144,8 +144,8 @@ TEST(JsonDocumentTest, KeepsOnlyIntegersOf64Bits) {
   for (const Case& each : kCases) {
     const auto root = ParseJsonDocument(each.text);
     ASSERT_TRUE(root) << each.text;
-    EXPECT_EQ(root->kind, each.kind) << each.text;
-    EXPECT_EQ(root->intValue, each.value) << each.text;
+    EXPECT_EQ(root->Root().Kind(), each.kind) << each.text;
+    EXPECT_EQ(root->Root().IntValue(), each.value) << each.text;
   }
 }
 
@@ -174,20 +174,25 @@ TEST(JsonDocumentTest, DecodesEscapesIntoBytes) {
   for (const Case& each : cases) {
     const auto root = ParseJsonDocument(each.text);
     ASSERT_TRUE(root) << each.text;
-    EXPECT_EQ(root->stringValue, each.bytes) << each.text;
+    EXPECT_EQ(root->Root().StringValue(), each.bytes) << each.text;
   }
 }
 
 TEST(JsonDocumentTest, KeepsKeysInOrderWithDuplicates) {
-  const auto root = ParseJsonDocument(R"({"b":1,"a":2,"b":3,"":4,"\u0061":5})");
-  ASSERT_TRUE(root);
-  EXPECT_THAT(root->keys, ElementsAre("b", "a", "b", "", "a"));
-  ASSERT_EQ(root->values.size(), 5U);
-  EXPECT_EQ(FindMember(*root, "b"), root->values.data());  // the first of two
-  EXPECT_EQ(FindMember(*root, "a"), &root->values[1]);
-  EXPECT_EQ(FindMember(*root, ""), &root->values[3]);
-  EXPECT_EQ(FindMember(*root, "B"), nullptr);
-  EXPECT_EQ(FindMember(root->values[0], "b"), nullptr);  // no object
+  const auto document = ParseJsonDocument(R"({"b":1,"a":2,"b":3,"":4,"\u0061":5})");
+  ASSERT_TRUE(document);
+  const JsonValue& root = document->Root();
+  std::vector<std::string_view> keys;
+  for (std::size_t i = 0; i < root.MemberCount(); ++i) {
+    keys.push_back(root.Key(i));
+    EXPECT_EQ(root.Member(i).IntValue(), static_cast<std::int64_t>(i + 1));
+  }
+  EXPECT_THAT(keys, ElementsAre("b", "a", "b", "", "a"));
+  EXPECT_EQ(FindMember(root, "b"), &root.Member(0));  // the first of two
+  EXPECT_EQ(FindMember(root, "a"), &root.Member(1));
+  EXPECT_EQ(FindMember(root, ""), &root.Member(3));
+  EXPECT_EQ(FindMember(root, "B"), nullptr);
+  EXPECT_EQ(FindMember(root.Member(0), "b"), nullptr);  // no object
 }
 
 TEST(JsonDocumentTest, CountsDepthOnEveryValue) {
@@ -210,32 +215,32 @@ TEST(JsonDocumentTest, TakesHostileTextsOnASmallStack) {
     EXPECT_FALSE(ParseJsonDocument(Repeated(500'000, "{\"a\":")));
     EXPECT_TRUE(ParseJsonDocument(wide));
     EXPECT_TRUE(ParseJsonDocument(Nested(65, "")));
-    EXPECT_EQ(ParseJsonDocument(number)->kind, JsonKind::kOtherNumber);
-    EXPECT_EQ(ParseJsonDocument(escapes)->stringValue.size(), 1'500'000U);
+    EXPECT_EQ(ParseJsonDocument(number)->Root().Kind(), JsonKind::kOtherNumber);
+    EXPECT_EQ(ParseJsonDocument(escapes)->Root().StringValue().size(), 1'500'000U);
   });
 }
 
 // As another reader sees it. Documents of the generator below have no number that isn't a 64-bit
 // integer and no key twice in one object, since the two trees differ there by design.
 nlohmann::json AsOtherTree(const JsonValue& value) {
-  switch (value.kind) {
+  switch (value.Kind()) {
     case JsonKind::kBool:
-      return value.boolValue;
+      return value.BoolValue();
     case JsonKind::kInteger:
-      return value.intValue;
+      return value.IntValue();
     case JsonKind::kString:
-      return value.stringValue;
+      return value.StringValue();
     case JsonKind::kArray: {
       auto array = nlohmann::json::array();
-      for (const JsonValue& item : value.items) {
+      for (const JsonValue& item : value.Items()) {
         array.push_back(AsOtherTree(item));
       }
       return array;
     }
     case JsonKind::kObject: {
       auto object = nlohmann::json::object();
-      for (std::size_t i = 0; i < value.keys.size(); ++i) {
-        object[value.keys[i]] = AsOtherTree(value.values[i]);
+      for (std::size_t i = 0; i < value.MemberCount(); ++i) {
+        object[std::string(value.Key(i))] = AsOtherTree(value.Member(i));
       }
       return object;
     }
@@ -302,7 +307,7 @@ TEST(JsonDocumentTest, AgreesWithAnotherReaderOnSoundDocuments) {
     const std::string text = document.dump(round % 3 == 0 ? 1 : -1, ' ', escaped);
     const auto root = ParseJsonDocument(text);
     ASSERT_TRUE(root) << "seed " << seed << ": " << text;
-    ASSERT_EQ(AsOtherTree(*root), document) << "seed " << seed << ": " << text;
+    ASSERT_EQ(AsOtherTree(root->Root()), document) << "seed " << seed << ": " << text;
   }
 }
 
