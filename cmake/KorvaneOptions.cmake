@@ -3,6 +3,7 @@
 set(KORVANE_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 set(KORVANE_LANE "tests" CACHE STRING "What the names of this build's tests begin with")
 option(KORVANE_FUZZ "Build the fuzzers (clang only)" OFF)
+option(KORVANE_COVERAGE "Count the branches that a run takes (clang only)" OFF)
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
@@ -30,6 +31,13 @@ if(KORVANE_SANITIZE)
     target_compile_options(korvane_options INTERFACE -Wno-maybe-uninitialized)
   endif()
   target_link_options(korvane_options INTERFACE -fsanitize=${KORVANE_SANITIZE})
+endif()
+
+if(KORVANE_COVERAGE)
+  # Tests are counted as well: an inline function of a header may be taken from either's object.
+  target_compile_options(korvane_options INTERFACE
+    -fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic)
+  target_link_options(korvane_options INTERFACE -fprofile-instr-generate)
 endif()
 
 if(WIN32)
