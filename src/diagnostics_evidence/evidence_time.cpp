@@ -65,7 +65,8 @@ std::optional<std::int64_t> ParseCompactUtc(std::string_view text) {
   }
   const year_month_day date(year(*y), month(static_cast<unsigned>(*mo)),
                             day(static_cast<unsigned>(*d)));
-  if (!date.ok()) {
+  // A minute may end in a leap second.
+  if (!date.ok() || *h > 23 || *mi > 59 || *s > 60) {
     return std::nullopt;
   }
   return (sys_days(date) + hours(*h) + minutes(*mi) + seconds(*s)).time_since_epoch().count();

@@ -18,6 +18,7 @@
 #include "diagnostics_evidence/retention.h"
 #include "diagnostics_evidence/session_log.h"
 #include "diagnostics_evidence/shutdown_record.h"
+#include "flutter_boundary/utf8.h"
 #include "platform/os.h"
 
 namespace korvane {
@@ -50,8 +51,9 @@ bool Abort(EvidenceState& state, const std::string& printed, const std::string& 
 
 bool AbortScan(EvidenceState& state, const char* what, const std::string& error) {
   const std::string line = UtcNow() + " import_aborted " + what + " error=" + error;
+  Abort(state, line, line);
   AppendToJournal(state, line);
-  return Abort(state, line, line);
+  return false;
 }
 
 // The session that an incident belongs to: its sentinel says so even before there is a manifest.
@@ -267,7 +269,7 @@ class SessionImport {
       if (!made) {
         const std::string error = EvidenceErrorText(made.error());
         return Abort(state_,
-                     "Failed to create incident directory " + folder + " (" + error +
+                     "Failed to create incident directory " + EnsureUtf8(folder) + " (" + error +
                          "); leaving previous-session evidence in place",
                      "incident directory could not be created: " + error);
       }

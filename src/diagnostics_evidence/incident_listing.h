@@ -1,13 +1,13 @@
 // incident_listing.h: the archive as the interface sees it, and what the user has seen of it.
 //
-//   incidents/ID/acknowledged   {"acknowledged_at_utc":"...","reimport_count":N}, written durably;
-//   it
-//                               counts for the import generation N alone, so that evidence which
-//                               comes later makes the incident unread again
+//   incidents/ID/acknowledged   {"acknowledged_at_utc":"...","reimport_count":N}, written durably
+//
+// An acknowledgement counts for the import generation N alone, so that evidence which comes later
+// makes the incident unread again.
 //
 // An incident is held back rather than shown incomplete: while its import hasn't finished, while
-// its text can't be cleaned, and while a crash output in it can't be read. Nothing can be
-// acknowledged that its import hasn't finished. Callers hold the evidence mutex.
+// its text can't be cleaned, and while a crash output in it can't be read. One whose import hasn't
+// finished can't be acknowledged either. Callers hold the evidence mutex.
 #pragma once
 
 #include <cstdint>

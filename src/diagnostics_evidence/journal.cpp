@@ -88,7 +88,9 @@ std::int64_t EvictionTotal(const EvidenceState& state) {
 }
 
 void CountEviction(const EvidenceState& state) {
-  const std::string text = std::to_string(ReadCounter(state) + 1) + "\n";
+  // Past the greatest number stands one that counts as 0 the next time.
+  const auto count = static_cast<std::uint64_t>(ReadCounter(state)) + 1;
+  const std::string text = std::to_string(count) + "\n";
   auto file = os().files->Open(EvidencePath(CounterPath(state)), platform::OpenMode::kWriteShared);
   if (file) {
     static_cast<void>(os().files->Write(file.value(), text));

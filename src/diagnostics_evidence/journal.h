@@ -1,9 +1,9 @@
 // journal.h: the archive's own log, which outlives the incidents that it tells of.
 //
 //   incidents/retention.log              one line per event, a UTC time in front; bounded by lines
-//   incidents/retention_eviction_total   evictions since the archive began, decimal, and a line
-//   feed incidents/journal_write_failed       the last line that the journal lost; overwritten,
-//   never
+//   incidents/retention_eviction_total   evictions since the archive began: a decimal number and a
+//                                        line feed
+//   incidents/journal_write_failed       the last line that the journal lost; overwritten, never
 //                                        removed
 //
 // The counter is truncated and written, not committed: a crash in between leaves it empty, which

@@ -47,10 +47,9 @@ RetentionEntry MeasureIncident(const EvidenceState& state, const std::string& id
   for (const std::string& name : files.names) {
     entry.total_bytes += SizeOrZero(IncidentFile(state, id, name));
   }
-  const std::string& error = files.listing_error.empty() ? files.entry_error : files.listing_error;
-  if (!error.empty()) {
-    ReportEvidence("Size scan failed for incident " + id + ": " + error);
-    journalLine(state, "size_scan_failed " + id + " error=" + error);
+  if (!files.listing_error.empty()) {
+    ReportEvidence("Size scan failed for incident " + id + ": " + files.listing_error);
+    journalLine(state, "size_scan_failed " + id + " error=" + files.listing_error);
   }
   return entry;
 }
@@ -148,13 +147,13 @@ void applyRetention(const EvidenceState& state) {
     ReportEvidence("Retention scan failed: " + error);
     return;
   }
-  if (ids.size() < 2) {
-    return;
-  }
   std::vector<RetentionEntry> entries;
   entries.reserve(ids.size());
   for (const std::string& id : ids) {
     entries.push_back(MeasureIncident(state, id));
+  }
+  if (entries.size() < 2) {
+    return;
   }
   RetentionPass pass(state, std::move(entries));
   pass.EvictByAge();

@@ -181,6 +181,7 @@ TEST(Retention, KeepsTheNewestAndTheEvidenceOfProblems) {
       {"no time in the name, so not by age",
        {{"1-a", "unexplained", 5}, {"2-b", "unexplained", 5}},
        {}},
+      {"no such hour, so not by age", {{"20230101T240000Z-a", "unexplained", 5}}, {}},
       {"no time in the name, but by count",
        {{"1-a", "", 5}, {"2-b", "unexplained", 5}, {"20240101T000002Z-c", "unexplained", 5}},
        {"evicted 1-a reason=unknown bytes=SIZE cause=count"}},
@@ -215,6 +216,24 @@ TEST(Retention, NeverEvictsAnUnfinishedImportAndSaysWhenThatCostsTheBudget) {
   EXPECT_THAT(world.Pending(), SizeIs(3));
 }
 
+TEST(Retention, CountsItsEvictionsOnWhateverTheCounterHolds) {
+  const std::pair<const char*, std::int32_t> rows[] = {
+      {"41\nmore", 42},
+      {"many\n", 1},
+      {"-4\n", 1},
+      {"9223372036854775808\n", 1},
+      {"9223372036854775807\n", 0},
+  };
+  for (const auto& [counter, counted] : rows) {
+    EvidenceWorld world;
+    PutIncident(world, "20230101T000000Z-a", "unexplained");
+    world.Put("incidents/retention_eviction_total", counter);
+    world.Put("libbox_session_active", MarkerText("new"));
+    EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+    EXPECT_EQ(world.evidence().evictedCount(), counted) << counter;
+  }
+}
+
 TEST(Journal, SaysWhatItLost) {
   // One of the openings for writing is the journal's.
   const auto opening = [](const Operation& o) { return o.name == "Files.Open" && o.changes; };
@@ -222,7 +241,6 @@ TEST(Journal, SaysWhatItLost) {
   for (std::size_t nth = 1; nth < 12 && !lost; ++nth) {
     EvidenceWorld world;
     PutIncident(world, "20230101T000000Z-a", "unexplained");
-    world.Put("incidents/retention_eviction_total", "many\n");
     world.Put("libbox_session_active", MarkerText("new"));
     world.Start();
     world.Suffer(FailOnce(nth, opening),

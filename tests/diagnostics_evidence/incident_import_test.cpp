@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "diagnostics_evidence/evidence_world.h"
 
 namespace korvane::test {
@@ -258,6 +260,123 @@ TEST(IncidentImport, StopsBeforeHalfOfTheEvidence) {
                 HasSubstr(std::string(" import_aborted marker_unreadable ") + row.label));
     after.erase("incidents/retention.log");
     EXPECT_EQ(after, before);
+  }
+}
+
+// One of each kind: what is archived, placed, cleared and evicted, and leftovers of another
+// session.
+void LeaveOneOfEach(EvidenceWorld& world) {
+  world.Put(kActive, MarkerText("s1"));
+  world.Put(kClean, MarkerText("s0"));
+  world.Put(kRecord, RecordText({{"session_id", "s1"},
+                                 {"process_exit_session", "s0"},
+                                 {"process_exit_reason", "tray_quit"}}));
+  world.Put("crash-output.s1.log", "panic\n");
+  world.Put("crash-output.s0.log", "panic\n");
+  world.Put("incidents/20230101T000000Z-old/manifest.json", R"({"reason":"unexplained"})");
+  world.Put("incidents/20240101T000000Z-bare/pending", R"({"session_id":"bare"})");
+  world.Put("incidents/20240101T000001Z-done/pending", R"({"session_id":"done"})");
+  world.Put("incidents/20240101T000001Z-done/manifest.json", R"({"session_id":"done"})");
+}
+
+// Everything that an import, a listing and two acknowledgements say under the plan. Gives how many
+// operations there were.
+std::size_t CollectSaid(const CountingPlan& plan, const std::string& id,
+                        std::set<std::string>& said) {
+  EvidenceWorld world;
+  LeaveOneOfEach(world);
+  world.Start();
+  world.Suffer(plan, [&](LibboxLogBuffer& evidence) {
+    std::string failure;
+    evidence.importPendingIncidents(&failure);
+    said.insert(failure);
+    for (const IncidentRow& row : evidence.getPendingIncidents(&failure)) {
+      said.insert(row.import_errors.begin(), row.import_errors.end());
+    }
+    said.insert(failure);
+    evidence.acknowledgeIncident(id, 7);
+    evidence.acknowledgeIncident(id, 0);
+  });
+  const auto journal = world.evidence().evictedIncidents(50);
+  said.insert(journal.begin(), journal.end());
+  const auto lines = world.errors.lines();
+  said.insert(lines.begin(), lines.end());
+  return world.counted();
+}
+
+TEST(IncidentImport, SaysInItsWordsWhatFailed) {
+  const std::string id = "20240102T030405Z-s1";
+  std::set<std::string> said;
+  for (const auto plan : {FailOnce, FailFrom}) {
+    for (std::size_t at = 1; CollectSaid(plan(at, FallibleOperation), id, said) >= at; ++at) {
+    }
+  }
+  const std::string words = platform::RealOs().text->ErrorMessage(kInjectedError);
+  const std::string time = "2024-01-02T03:04:05Z ";
+  const std::string scan = time + "import_aborted incidents_scan_incomplete error=" + words;
+  const std::string root = time + "import_aborted base_scan_incomplete error=" + words;
+  const std::string folder = EvidenceWorld().Start().incidentsDirectory() + id;
+  const std::string withheld = "[] Withholding incident " + id + ": ";
+  const std::string refused = "[] Refusing to acknowledge incident " + id + ": ";
+  const std::string pending = "[] Failed to clear pending sentinel for incident ";
+  // "[]" stands for what is in front of each line of the error stream.
+  const std::string texts[] = {
+      "[] Incidents directory unavailable (" + words +
+          "); previous-session evidence cannot be archived",
+      "incidents directory unavailable: " + words,
+      "[] Failed to recover manifest for 20240101T000000Z-bare; incident stays pending",
+      "[] " + scan,
+      scan,
+      "[] " + root,
+      root,
+      "[] Failed to create incident directory " + folder + " (" + words +
+          "); leaving previous-session evidence in place",
+      "incident directory could not be created: " + words,
+      "[] Pending sentinel not persisted for " + id +
+          "; leaving previous-session evidence in place",
+      "pending sentinel could not be written",
+      "[] Failed to write manifest for incident " + id +
+          "; it stays pending and the previous-session markers are KEPT for the next import",
+      "manifest could not be written",
+      "[] Manifest for incident " + id +
+          " could not be verified after the write; it stays pending and the previous-session "
+          "markers are KEPT",
+      "manifest did not verify after the write",
+      "[] Incident " + id +
+          " has an unmoved source file; keeping the pending sentinel and ALL previous-session "
+          "markers for a retry",
+      "a source file could not be moved into the incident",
+      "[] remove libbox_session_active: " + words,
+      "remove libbox_session_active: " + words,
+      "[] Failed to record consume errors in the manifest of incident " + id,
+      pending + id + ": " + words,
+      pending + "20240101T000001Z-done: " + words,
+      "[] Archived incident " + id +
+          " reason=unexplained marker=session_active crash_output=yes resumed=no import_errors=2",
+      "foreign_or_sessionless_intent: the process-exit intent 'tray_quit' is owned by 's0', not "
+      "s1; it classifies nothing here",
+      "clean-shutdown marker belongs to session s0, not s1 (leftover, not used to classify)",
+      "[] Size scan failed for incident " + id + ": " + words,
+      time + "size_scan_failed " + id + " error=" + words,
+      "[] Retention scan failed: " + words,
+      "[] Failed to evict incident 20230101T000000Z-old: " + words,
+      "[] Evicted incident 20230101T000000Z-old (cause=age)",
+      "[] Journal write failed: size_scan_failed " + id + " error=" + words,
+      "[] Journal fault file also unwritable",
+      "[] Privacy migration failed; incident withheld",
+      "[] file scan of this incident failed: " + words + " (" + id + ")",
+      "[] an entry in this incident could not be classified (transient stat error) (" + id + ")",
+      "[] Failed to list incidents: " + words,
+      withheld + "a crash-output file is present but unreadable",
+      withheld + "its file scan did not complete",
+      refused + "caller saw import generation 7, the archive is now at 0",
+      refused + "an entry could not be classified (" + words + ")",
+      refused + "a crash-output file is present but unreadable",
+      refused + "its directory could not be enumerated (" + words + ")",
+  };
+  for (const std::string& text : texts) {
+    const bool printed = text.starts_with("[]");
+    EXPECT_TRUE(said.contains(printed ? "[LibboxLogBuffer]" + text.substr(2) : text)) << text;
   }
 }
 
