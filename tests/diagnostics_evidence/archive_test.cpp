@@ -9,7 +9,6 @@
 namespace korvane::test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -73,7 +72,8 @@ TEST(Listing, ReadsCrashOutputOfItsOwnSessionUpToTheFirstFatalOne) {
   rows = world.evidence().getPendingIncidents(nullptr);
   EXPECT_EQ(rows[0].crash_output_scan, "none");
   EXPECT_THAT(rows[0].import_errors,
-              Contains("crash-output of session b present but not attributed to this incident"));
+              ElementsAre("crash-output of session b present but not attributed to this incident",
+                          "a \"quoted\" note", "another"));
 }
 
 TEST(Listing, TellsAnArchiveThatCantBeCleanedOrRead) {
@@ -111,8 +111,10 @@ TEST(Acknowledgement, CountsForOneGeneration) {
   world.Put("incidents/" + id + "/manifest.json", Manifest(id, "a", "unexplained", 1));
   const auto row = evidence.getPendingIncidents(nullptr)[0];
   EXPECT_FALSE(row.acknowledged);
-  EXPECT_THAT(row.import_errors, Contains("acknowledgement was for import generation 0; this "
-                                          "incident is now generation 1"));
+  EXPECT_THAT(row.import_errors,
+              ElementsAre("acknowledgement was for import generation 0; this incident is now "
+                          "generation 1",
+                          "a \"quoted\" note", "another"));
 }
 
 TEST(Acknowledgement, IsRefusedForWhatNobodyCouldSee) {
@@ -160,9 +162,10 @@ TEST(Retention, KeepsTheNewestAndTheEvidenceOfProblems) {
     std::vector<std::string> journal;
   };
   const Row rows[] = {
-      {"old, but one of two",
-       {{"20230101T000000Z-a", "unexplained", 5}},
-       {"evicted 20230101T000000Z-a reason=unexplained bytes=SIZE cause=age"}},
+      {"seven days old to the second", {{"20231226T030405Z-a", "unexplained", 5}}, {}},
+      {"a second older, but one of two",
+       {{"20231226T030404Z-a", "unexplained", 5}},
+       {"evicted 20231226T030404Z-a reason=unexplained bytes=SIZE cause=age"}},
       {"three young ones",
        {{"20240101T000000Z-a", "unexplained", 5}, {"20240101T000001Z-b", "clean", 5}},
        {}},

@@ -123,10 +123,12 @@ TEST(IncidentImport, ConcludesHowTheSessionEnded) {
        "s1"},
       {"a record alone",
        {},
-       {{"session_id", "s1"}, {"state", "requested"}},
+       {{"session_id", "s1"}, {"state", "requested"}, {"result_at_utc", "t5"}},
        "unexplained",
        "none",
        "s1"},
+      {"one crash output alone", {{"crash-output.s7.log", "-"}}, {}, "unexplained", "none", "s7"},
+      {"a log alone", {{kLog, "-"}}, {}, "unexplained", "none", "unknown"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
@@ -144,6 +146,13 @@ TEST(IncidentImport, ConcludesHowTheSessionEnded) {
     EXPECT_EQ(incidents[0].reason, row.reason);
     EXPECT_EQ(incidents[0].marker_state, row.marker_state);
     EXPECT_EQ(incidents[0].session_id, row.session);
+    const std::string marked = "2026-01-02T03:04:05Z";
+    const auto result = row.record.find("result_at_utc");
+    const bool ended = incidents[0].marker_state == "clean_shutdown" ||
+                       incidents[0].marker_state == "failed_start";
+    EXPECT_EQ(incidents[0].started_at_utc, row.markers.contains(kActive) ? marked : "");
+    EXPECT_EQ(incidents[0].ended_at_utc,
+              ended ? marked : (result != row.record.end() ? result->second : ""));
     for (const char* name : {kActive, kClean, kFailedStart, kRecord}) {
       EXPECT_EQ(world.Get(name), "<absent>");
     }
@@ -154,8 +163,10 @@ TEST(IncidentImport, ConcludesHowTheSessionEnded) {
 TEST(IncidentImport, WritesTheManifestByteForByte) {
   EvidenceWorld world;
   world.Put(kActive, MarkerText("0a1b1234abcd07"));
+  world.Put(kFailedStart, MarkerText("older"));
   world.Put(kRecord, R"({"schema":1,"session_id":"older","reason":"user_disconnect",)"
                      R"("state":"completed","requested_at_utc":"2026-01-01T00:00:00Z",)"
+                     R"("result_at_utc":"2026-01-01T00:00:01Z",)"
                      R"("close_code":-7,"close_error":"dial 10.0.0.1 failed"})");
   world.Put(kLog, "2026-01-02T03:04:06Z state=up\n");
   EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
@@ -170,8 +181,10 @@ TEST(IncidentImport, WritesTheManifestByteForByte) {
       R"("has_crash_output":false,"crash_output_scan":"header_only","crash_output_bytes":0,)"
       R"("shutdown":{"process_exit_reason":"","process_exit_state":"","intent":"user_disconnect",)"
       R"("later_intent":"","state":"","requested_at_utc":"2026-01-01T00:00:00Z",)"
-      R"("result_at_utc":"","close_code":-7,"close_error":"dial [ip] failed"},)"
-      R"("import_errors":["foreign_or_sessionless_intent: the shutdown record is owned by )"
+      R"("result_at_utc":"2026-01-01T00:00:01Z","close_code":-7,"close_error":"dial [ip] failed"},)"
+      R"("import_errors":["failed-start marker belongs to session older, not 0a1b1234abcd07 )"
+      R"-((leftover, not used to classify)","foreign_or_sessionless_intent: the shutdown record is )-"
+      R"(owned by )"
       R"('older', not 0a1b1234abcd07; its close result classifies nothing here"]})");
 }
 
@@ -319,6 +332,10 @@ TEST(IncidentImport, SaysInItsWordsWhatFailed) {
   const std::string withheld = "[] Withholding incident " + id + ": ";
   const std::string refused = "[] Refusing to acknowledge incident " + id + ": ";
   const std::string pending = "[] Failed to clear pending sentinel for incident ";
+  const std::string foreign =
+      "foreign_or_sessionless_intent: the process-exit intent 'tray_quit' is owned by 's0', not "
+      "s1; "
+      "it classifies nothing here";
   // "[]" stands for what is in front of each line of the error stream.
   const std::string texts[] = {
       "[] Incidents directory unavailable (" + words +
@@ -353,8 +370,7 @@ TEST(IncidentImport, SaysInItsWordsWhatFailed) {
       pending + "20240101T000001Z-done: " + words,
       "[] Archived incident " + id +
           " reason=unexplained marker=session_active crash_output=yes resumed=no import_errors=2",
-      "foreign_or_sessionless_intent: the process-exit intent 'tray_quit' is owned by 's0', not "
-      "s1; it classifies nothing here",
+      foreign,
       "clean-shutdown marker belongs to session s0, not s1 (leftover, not used to classify)",
       "[] Size scan failed for incident " + id + ": " + words,
       time + "size_scan_failed " + id + " error=" + words,
