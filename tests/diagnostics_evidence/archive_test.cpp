@@ -68,6 +68,12 @@ TEST(Listing, ReadsCrashOutputOfItsOwnSessionUpToTheFirstFatalOne) {
   EXPECT_EQ(rows[0].crash_output_excerpt, "fatal: dial [ip] refused\n");
   EXPECT_THAT(rows[0].import_errors, SizeIs(2)) << "nothing behind the fatal one is looked at";
 
+  PutIncident(world, "20260102T000000Z-unknown", "unexplained");
+  world.Put("incidents/20260102T000000Z-unknown/crash-output.b.log", "panic\n");
+  rows = world.evidence().getPendingIncidents(nullptr);
+  EXPECT_EQ(rows[0].crash_output_excerpt, "panic\n") << "the only one of an unknown session is its";
+  world.Remove("incidents/20260102T000000Z-unknown/manifest.json");
+
   world.Remove(folder + "crash-output.a.log");
   rows = world.evidence().getPendingIncidents(nullptr);
   EXPECT_EQ(rows[0].crash_output_scan, "none");
@@ -201,6 +207,25 @@ TEST(Retention, KeepsTheNewestAndTheEvidenceOfProblems) {
     EXPECT_EQ(world.evidence().evictedCount(), static_cast<std::int32_t>(row.journal.size()));
     EXPECT_EQ(world.Incidents().size(), row.incidents.size() + 1 - row.journal.size());
   }
+}
+
+TEST(Retention, FillsItsBytesToTheLast) {
+  // How much lies in the archive when one incident holds so many bytes more.
+  const auto filled = [](std::size_t bytes) {
+    EvidenceWorld world;
+    PutIncident(world, "20240101T000000Z-a", "unexplained", bytes);
+    world.Put("libbox_session_active", MarkerText("new"));
+    EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+    std::int64_t total = 0;
+    for (const IncidentRow& row : world.evidence().getPendingIncidents(nullptr)) {
+      total += row.total_bytes;
+    }
+    return total;
+  };
+  const std::int64_t limit = 10'485'760;
+  const auto room = static_cast<std::size_t>(limit - filled(0));
+  EXPECT_EQ(filled(room), limit);
+  EXPECT_LT(filled(room + 1), 10'000) << "a byte too much costs the older incident";
 }
 
 TEST(Retention, NeverEvictsAnUnfinishedImportAndSaysWhenThatCostsTheBudget) {

@@ -189,39 +189,54 @@ TEST(IncidentImport, WritesTheManifestByteForByte) {
 }
 
 TEST(IncidentImport, ResumesWhereAFormerOneStopped) {
-  EvidenceWorld world;
-  const std::string folder = "incidents/20260101T000000Z-s1/";
-  world.Put(folder + "pending", R"({"schema":1,"session_id":"s1"})");
-  world.Put(folder + "manifest.json",
-            R"({"schema":1,"incident_id":"20260101T000000Z-s1","session_id":"s1",)"
-            R"("reason":"clean","reason_source":"import","reimport_count":2,)"
-            R"("imported_at_utc":"2026-01-01T00:00:00Z"})");
-  world.Put(folder + "session.log", "first part\n");
-  world.Put(kActive, MarkerText("s1"));
-  world.Put(kLog, "second part\n");
-  EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
-  EXPECT_TRUE(world.errors.Has(
-      "[LibboxLogBuffer] Keeping archived reason 'clean' for incident 20260101T000000Z-s1; this "
-      "pass observed 'unexplained'"));
-  const auto rows = world.evidence().getPendingIncidents(nullptr);
-  ASSERT_EQ(rows.size(), 1U);
-  EXPECT_EQ(rows[0].reason, "clean");
-  EXPECT_EQ(rows[0].reimport_count, 3);
-  EXPECT_EQ(rows[0].imported_at_utc, "2026-01-01T00:00:00Z");
-  EXPECT_THAT(rows[0].import_errors,
-              ElementsAre("re-imported into the existing incident directory of this session (a "
-                          "previous import did not finish clearing its sources)",
-                          "archived session.log as session.2.log: this incident already held a "
-                          "session.log from an earlier import, so the fragment is NOT known to "
-                          "belong to session s1"));
-  EXPECT_EQ(world.Get(folder + "session.log"), "first part\n");
-  EXPECT_EQ(world.Get(folder + "session.2.log"), "second part\n");
+  for (const bool finished : {false, true}) {
+    EvidenceWorld world;
+    const std::string folder = "incidents/20260101T000000Z-s1/";
+    if (!finished) {
+      world.Put(folder + "pending", R"({"schema":1,"session_id":"s1"})");
+    }
+    world.Put(folder + "manifest.json",
+              R"({"schema":1,"incident_id":"20260101T000000Z-s1","session_id":"s1",)"
+              R"("reason":"clean","reason_source":"import","reimport_count":2,)"
+              R"("imported_at_utc":"2026-01-01T00:00:00Z"})");
+    world.Put(folder + "session.log", "first part\n");
+    world.Put(kActive, MarkerText("s1"));
+    world.Put(kLog, "second part\n");
+    EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
+    EXPECT_TRUE(world.errors.Has(
+        "[LibboxLogBuffer] Keeping archived reason 'clean' for incident 20260101T000000Z-s1; this "
+        "pass observed 'unexplained'"));
+    const auto rows = world.evidence().getPendingIncidents(nullptr);
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_EQ(rows[0].reason, "clean");
+    EXPECT_EQ(rows[0].reimport_count, 3);
+    EXPECT_EQ(rows[0].imported_at_utc, "2026-01-01T00:00:00Z");
+    EXPECT_THAT(rows[0].import_errors,
+                ElementsAre("re-imported into the existing incident directory of this session (a "
+                            "previous import did not finish clearing its sources)",
+                            "archived session.log as session.2.log: this incident already held a "
+                            "session.log from an earlier import, so the fragment is NOT known to "
+                            "belong to session s1"));
+    EXPECT_EQ(world.Get(folder + "session.log"), "first part\n");
+    EXPECT_EQ(world.Get(folder + "session.2.log"), "second part\n");
+  }
 }
 
 TEST(IncidentImport, FinishesWhatOnlyItsSentinelHoldsBack) {
   EvidenceWorld world;
   world.Put("incidents/20260101T000000Z-s1/pending", R"({"session_id":"s1"})");
   world.Put("incidents/20260101T000000Z-s1/manifest.json", R"({"session_id":"s1"})");
+  world.Put(kActive, MarkerText("s2"));
+  world.Put("crash-output.s1.log", "panic\n");
+  world.Start();
+  // Something flat still names its session when the import stops at the new folder.
+  world.Suffer(
+      FailOnce(2, [](const Operation& o) { return o.name == "Files.CreateDirectories"; }),
+      [](LibboxLogBuffer& evidence) { EXPECT_FALSE(evidence.importPendingIncidents(nullptr)); });
+  EXPECT_THAT(world.Pending(), ElementsAre("20260101T000000Z-s1"));
+
+  world.Remove(kActive);
+  world.Remove("crash-output.s1.log");
   EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
   EXPECT_THAT(world.Pending(), IsEmpty());
 }
