@@ -18,7 +18,7 @@ die() {
 packages_build="g++ clang cmake ninja-build ccache git googletest nlohmann-json3-dev python3"
 packages_windows="g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 openssl osslsigncode locales"
 packages_picture="xvfb imagemagick x11-utils"
-packages_check="clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev"
+packages_check="clang-format clang-tidy libclang-rt-14-dev"
 packages_coverage="llvm-14"
 packages_bench="libbenchmark-dev libre2-dev libpcre2-dev rapidjson-dev libmsgpack-cxx-dev libcurl4-openssl-dev libspdlog-dev valgrind"
 

@@ -1,304 +1,310 @@
-// The console itself: ids, threads, the order of lines, waits, frames, the ends that a run can
-// have.
+// The console between a script and a host: its bytes beside bytes that were written down by hand,
+// and what it must tell of a host or a script that is wrong.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <cstdint>
 #include <string>
-#include <string_view>
+#include <thread>
 #include <vector>
 
-#include "support/host_driver/host_process.h"
-#include "support/host_driver/host_target.h"
+#include "stand_ins/interface/played_host.h"
+#include "support/scoped_environment.h"
 
 namespace korvane::test {
 namespace {
 
-constexpr int kRunOut = 3;
+using ::testing::ElementsAre;
+using ::testing::ExitedWithCode;
+using ::testing::IsEmpty;
 
-// A short string value, in hexadecimal.
-std::string Text(std::string_view text) {
-  static constexpr char kDigits[] = "0123456789abcdef";
+std::string Repeated(const std::string& text, std::size_t times) {
+  std::string repeated;
+  for (std::size_t i = 0; i < times; ++i) {
+    repeated += text;
+  }
+  return repeated;
+}
+
+// A string of up to 253 bytes.
+std::string TextBytes(const std::string& text) {
   std::string hex = "07";
-  hex += {kDigits[text.size() / 16], kDigits[text.size() % 16]};
-  for (const char c : text) {
-    hex += {kDigits[c / 16], kDigits[c % 16]};
+  for (const auto byte : std::string(1, static_cast<char>(text.size())) + text) {
+    hex += {"0123456789abcdef"[static_cast<std::uint8_t>(byte) / 16],
+            "0123456789abcdef"[static_cast<std::uint8_t>(byte) % 16]};
   }
   return hex;
 }
 
-Json MethodBytes(std::string_view method, std::string_view argument) {
-  return {{"$bytes", Text(method) + Text(argument)}};
+TEST(Console, SendsEachFormAsItsBytes) {
+  struct Row {
+    std::string arguments;  // JSON
+    std::string bytes;      // behind the name "hex": five bytes, which count for the padding
+  };
+  const auto quoted = [](std::size_t size) { return '"' + std::string(size, 'a') + '"'; };
+  const std::vector<Row> rows{
+      {"null", "00"},
+      {"true", "01"},
+      {"false", "02"},
+      {"-1", "03ffffffff"},
+      {"2147483647", "03ffffff7f"},
+      {"2147483648", "040000008000000000"},
+      {"-2147483648", "0300000080"},
+      {"-2147483649", "04ffffff7fffffffff"},
+      {R"({"$int64":5})", "040500000000000000"},
+      {"1.5", "060000000000000000f83f"},
+      {"1e0", "060000000000000000f03f"},
+      {R"({"$double":1})", "060000000000000000f03f"},
+      {R"({"$double":"-Infinity"})", "060000000000000000f0ff"},
+      {R"("")", "0700"},
+      {R"("\u00e9")", "0702c3a9"},
+      {R"({"$latin1":"\u00ff\u0080a"})", "0703ff8061"},
+      {R"({"$bytes":"010203"})", "0803010203"},
+      {R"({"$int32list":[1,-2]})", "09020001000000feffffff"},
+      {R"({"$int64list":[1]})", "0a01000100000000000000"},
+      {R"({"$float64list":[]})", "0b0000"},
+      {R"({"$float64list":[1.5]})", "0b0100000000000000f83f"},
+      {R"({"$float32list":[1.5]})", "0e01000000c03f"},
+      {R"([null,true,7])", "0c0300010307000000"},
+      {R"({"b":1,"a":null})", "0d02070162030100000007016100"},
+      {R"({"$map":[[1,false],["b",true]]})",
+       "0d020301000000020701"
+       "6201"},
+      {R"([["x",1.5],{"$int32list":[]}])", "0c020c0207017806000000000000000000f83f09000000"},
+      {quoted(253), "07fd" + Repeated("61", 253)},
+      {quoted(254), "07fefe00" + Repeated("61", 254)},
+      {quoted(65535), "07feffff" + Repeated("61", 65535)},
+      {quoted(65536), "07ff00000100" + Repeated("61", 65536)},
+  };
+  std::vector<std::string> script;
+  for (const Row& row : rows) {
+    script.push_back(R"({"call":"hex","args":)" + row.arguments + "}");
+  }
+  std::vector<std::string> seen;
+  PlayedHost host;
+  host.on_call = [&](const PlayedCall& call) {
+    seen.push_back(call.hex);
+    call.Answer("0000");
+  };
+  host.Play(script);
+  ASSERT_EQ(seen.size(), rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    EXPECT_EQ(seen[i], TextBytes("hex") + rows[i].bytes) << rows[i].arguments.substr(0, 80);
+  }
 }
 
-Json StateEventBytes(std::string_view word) {
-  return {{"$bytes", "000d01" + Text("status") + Text(word)}};
+TEST(Console, TellsWhatAnAnswerHoldsAndWhichBytesDartWouldRefuse) {
+  const std::string deep = Repeated("[", 120) + "null" + Repeated("]", 120);
+  const auto malformed = [](const std::string& why, const std::string& hex) {
+    return Json{{"malformed", why}, {"hex", hex}}.dump();
+  };
+  struct Row {
+    std::string envelope;
+    std::string line;
+  };
+  const std::vector<Row> rows{
+      {"0000", R"({"success":null})"},
+      {"0001", R"({"success":true})"},
+      {"000378000000", R"({"success":120})"},
+      {"00040500000000000000", R"({"success":{"$int64":5}})"},
+      {"0004ffffff7fffffffff", R"({"success":-2147483649})"},
+      {"0006000000000000000000000000f03f", R"({"success":1.0})"},
+      {"0006000000000000000000000000f87f", R"({"success":{"$double":"NaN"}})"},
+      {"00070c646973636f6e6e6563746564", R"({"success":"disconnected"})"},
+      {"000702ff61", R"({"success":{"$latin1":"\u00ffa"}})"},
+      {"0008020aff", R"({"success":{"$bytes":"0aff"}})"},
+      {"0009010005000000", R"({"success":{"$int32list":[5]}})"},
+      {"000a0100000000000500000000000000", R"({"success":{"$int64list":[5]}})"},
+      {"000b010000000000000000000000f83f", R"({"success":{"$float64list":[1.5]}})"},
+      {"000e01000000c03f", R"({"success":{"$float32list":[1.5]}})"},
+      {"000c0300010307000000", R"({"success":[null,true,7]})"},
+      {"000d010701610c00", R"({"success":{"a":[]}})"},
+      {"000d01030100000007026869", R"({"success":{"$map":[[1,"hi"]]}})"},
+      {"000d020701610107016102", R"({"success":{"$map":[["a",true],["a",false]]}})"},
+      {"000d01070624696e74363400", R"({"success":{"$map":[["$int64",null]]}})"},
+      {"00" + Repeated("0c01", 120) + "00", R"({"success":)" + deep + "}"},
+      {"010701580000", R"({"error":{"code":"X","message":null,"details":null}})"},
+      {"0107014507016d06000000000000f03f", R"({"error":{"code":"E","message":"m","details":1.0}})"},
+      {"", R"({"not_implemented":true})"},
+      {"02", malformed("no envelope", "02")},
+      {"000001", malformed("bytes left over", "000001")},
+      {"000702", malformed("a size that the bytes don't hold", "000702")},
+      {"0003010000", malformed("cut at byte 2", "0003010000")},
+      {"000cffffffffff", malformed("a size that the bytes don't hold", "000cffffffffff")},
+      {"000f", malformed("unknown type byte 15", "000f")},
+      {"01000000", malformed("no error envelope", "01000000")},
+      {"010701580301000000"
+       "00",
+       malformed("no error envelope", "01070158030100000000")},
+  };
+  PlayedHost host;
+  std::size_t next = 0;
+  host.on_call = [&](const PlayedCall& call) { call.Answer(rows[next++].envelope); };
+  std::vector<Json> replies;
+  for (Json& line : host.Play(std::vector<std::string>(rows.size(), R"({"call":"say"})"))) {
+    if (line.contains("reply")) {
+      EXPECT_EQ(line["reply"], replies.size() + 1);
+      line.erase("reply");
+      line.erase("thread");
+      replies.push_back(line);
+    }
+  }
+  ASSERT_EQ(replies.size(), rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    EXPECT_EQ(replies[i].dump(), Json::parse(rows[i].line).dump()) << rows[i].envelope;
+  }
 }
 
-class Console : public testing::Test {
- protected:
-  HostOptions Options() { return {.program = "echo_host"}; }
+TEST(Console, RefusesLinesThatAskForNothing) {
+  struct Row {
+    const char* line;
+    const char* why;
+  };
+  const std::vector<Row> rows{
+      {R"({"call":"hex","args":{"$int63":1}})", "\"args\": \"$int63\" is no form of a value"},
+      {R"({"call":"hex","args":9223372036854775808})", "\"args\": an integer above 64 bits"},
+      {R"({"call":"hex","args":{"$int32list":[2147483648]}})",
+       "\"args\": a list of numbers holds something that doesn't fit"},
+      {R"({"call":"hex","args":{"$bytes":"0"}})",
+       "\"args\": \"$bytes\" wants hexadecimal digits, two for each byte"},
+      {R"({"raw":"0g"})", "\"raw\" wants hexadecimal digits, two for each byte"},
+      {R"({"call":5})", "\"call\" wants a text"},
+      {R"({"call":"hex","argument":1})", "\"argument\" doesn't belong here"},
+      {R"({"call":"hex","channel":"nowhere"})", "there is no channel \"nowhere\""},
+      {R"({"wait":{"moon":"full"}})", "\"moon\" can't be waited for"},
+      {R"({"wait":{"reply":99}})", "there was no call 99"},
+      {R"({"window":{"wparam":1}})", "\"message\" is missing"},
+      {R"([1])", "a line is one JSON object"},
+      {R"({"dance":true})", "no such line"},
+  };
+  std::vector<std::string> script;
+  for (const Row& row : rows) {
+    script.emplace_back(row.line);
+  }
+  script.insert(script.end(), {"# a remark", "", R"({"call":"good"})"});
+  const std::vector<Json> lines = PlayedHost().Play(script);
+  const std::vector<Json> errors = ValuesOf(lines, "console_error");
+  ASSERT_EQ(errors.size(), rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    EXPECT_EQ(errors[i], rows[i].why) << rows[i].line;
+  }
+  EXPECT_THAT(ValuesOf(lines, "reply"), ElementsAre(1)) << "a bad line was sent";
+}
 
-  std::filesystem::path Script(const std::vector<std::string>& lines) {
-    const auto path = user_.folder() / "script";
-    std::ofstream file(path);
-    for (const auto& line : lines) {
-      file << line << "\n";
+// Without these lines a host that breaks the interface's rules would pass every scenario.
+TEST(Console, TellsWhenTheHostBreaksARule) {
+  PlayedHost host;
+  host.on_engine = [](FlutterDesktopEngineRef engine) {
+    for (int i = 0; i < 2; ++i) {
+      FlutterDesktopEngineSetNextFrameCallback(
+          engine, [](void*) {}, nullptr);
+      FlutterDesktopEngineGetPluginRegistrar(engine, "TrayManagerPlugin");
     }
-    return path;
-  }
+    FlutterDesktopMessengerUnlock(FlutterDesktopEngineGetMessenger(engine));
+  };
+  FlutterDesktopMessengerRef kept = nullptr;
+  const FlutterDesktopMessageResponseHandle* answered = nullptr;
+  host.on_call = [&](const PlayedCall& call) {
+    kept = FlutterDesktopMessengerAddRef(call.messenger);
+    answered = call.handle;
+    std::thread([&] { call.Answer("0000"); }).join();
+    call.Answer("0000");
+    call.Send("vpn", "0701");
+  };
+  const std::vector<Json> lines = host.Play({R"({"call":"all"})"});
+  EXPECT_THAT(ValuesOf(lines, "violation"),
+              ElementsAre("a second next-frame callback at a time",
+                          "a second registrar for TrayManagerPlugin", "an unlock without the lock",
+                          "SendResponse off the window thread without the lock",
+                          "a response handle that isn't open"));
+  EXPECT_THAT(ValuesOf(lines, "malformed"), ElementsAre("a size that the bytes don't hold"));
+  FlutterDesktopMessengerLock(kept);
+  EXPECT_FALSE(FlutterDesktopMessengerIsAvailable(kept)) << "behind the engine's end";
+  FlutterDesktopMessengerUnlock(kept);
+  FlutterDesktopMessengerRelease(kept);
+}
 
-  // Plays a script from a file to its end; the lines that it gave, without times.
-  std::vector<Json> Play(const std::vector<std::string>& lines, int exit_code,
-                         HostOptions options = {.program = "echo_host"}) {
-    options.script = Script(lines);
-    HostProcess host(user_, options);
-    EXPECT_EQ(host.WaitForExit(), exit_code) << host.Transcript();
-    auto printed = host.lines();
-    for (auto& line : printed) {
-      EXPECT_TRUE(line["ms"].is_number_unsigned()) << line;
-      line.erase("ms");
+TEST(Console, TellsTheThreadOfAnAnswerAndWhatIsSaidTowardsDart) {
+  PlayedHost host;
+  host.on_call = [](const PlayedCall& call) {
+    if (call.name == "later") {
+      std::thread([&] {
+        FlutterDesktopMessengerLock(call.messenger);
+        call.Answer("010701580000");
+        FlutterDesktopMessengerUnlock(call.messenger);
+      }).join();
+      return;
     }
-    return printed;
-  }
+    call.Send("vpn", TextBytes("onVPNError") + "00");
+    call.Send("vpn_events", "0001");
+    call.Send("vpn_events", "0107014507016d00");
+    call.Send("vpn_events", "");
+    call.Answer("0000");
+  };
+  std::vector<Json> lines = host.Play({R"({"call":"later","id":"x"})", R"({"call":"all"})"});
+  std::erase_if(
+      lines, [](const Json& line) { return line.contains("window") || line.contains("engine"); });
+  EXPECT_THAT(
+      lines,
+      ElementsAre(Json::parse(R"({"reply":"x","error":{"code":"X","message":null,)"
+                              R"("details":null},"thread":"worker"})"),
+                  Json::parse(R"({"method":"onVPNError","args":null})"),
+                  Json::parse(R"({"event":true})"),
+                  Json::parse(R"({"event_error":{"code":"E","message":"m","details":null}})"),
+                  Json::parse(R"({"event_end":true})"),
+                  Json::parse(R"({"reply":1,"success":null,"thread":"window"})")));
+}
 
-  static bool Contains(const std::vector<Json>& lines, const Json& wanted) {
-    return std::find(lines.begin(), lines.end(), wanted) != lines.end();
+// Says both state words in both ways, and answers.
+void Connect(const PlayedCall& call) {
+  for (const char* word : {"vpn_connecting", "vpn_connected"}) {
+    call.Send("vpn_events", "000d01" + TextBytes("status") + TextBytes(word));
+    call.Send("vpn", TextBytes("onVPNStateChanged") + TextBytes(word));
   }
+  call.Answer("0000");
+}
 
-  HostUser user_;
+const std::vector<std::string> kMetWaits{
+    R"({"call":"connect"})",
+    R"({"wait":{"reply":1}})",
+    "# The words came before that reply; waits in a row begin together.",
+    R"({"wait":{"state":"vpn_connecting"}})",
+    R"({"wait":{"state":"vpn_connected"}})",
+    R"({"wait":{"idle_ms":20}})",
 };
 
-TEST_F(Console, ShowsTheWindowWithTheFirstFrameAndClosesItAtTheEndOfTheInput) {
-  auto options = Options();
-  options.arguments = {"--flag", "two words", "\xc3\xa9"};
-  HostProcess host(user_, options);
-  host.Await({{"window", "created"}});
-  const auto engine = host.AwaitKey("engine")["engine"];
-  EXPECT_EQ(engine["arguments"][1], "two words");
-  EXPECT_EQ(engine["assets_path"], "data\\flutter_assets");
-  EXPECT_EQ(engine["impeller_mode"], 2);
-  host.Await({{"window", "shown"}});
-  host.EndInput();
-  host.Await({{"window", "destroyed"}});
-  EXPECT_EQ(host.WaitForExit(), 0);
-  EXPECT_EQ(host.Matching({{"window", "shown"}}).size(), 1U);
+TEST(Console, MeetsWaitsByWhatArrivedBehindTheLastOne) {
+  PlayedHost host;
+  host.on_call = Connect;
+  EXPECT_THAT(ValuesOf(host.Play(kMetWaits), "timeout"), IsEmpty());
 }
 
-TEST_F(Console, CountsCallsFromOneAndKeepsGivenIds) {
-  HostProcess host(user_, Options());
-  host.SendText(R"({"call":"length"})");
-  host.SendText(R"({"call":"length","id":2})");
-  host.SendText(R"({"listen":"vpn_events"})");
-  host.SendText(R"({"call":"length"})");
-  host.SendText(R"({"call":"length","id":"x"})");
-  host.SendText(R"({"call":"never","id":9})");
-  host.SendText(R"({"call":"length","id":9})");
-  EXPECT_TRUE(host.Reply(1).contains("success"));
-  EXPECT_TRUE(host.Reply(2).contains("success"));
-  EXPECT_EQ(host.Reply("listen")["success"], nullptr);
-  EXPECT_TRUE(host.Reply(3).contains("success"));
-  EXPECT_TRUE(host.Reply("x").contains("success"));
-  EXPECT_EQ(host.AwaitKey("console_error")["console_error"], "the call 9 is still open");
-}
-
-TEST_F(Console, TellsTheThreadOfBothKindsOfAnswers) {
-  HostProcess host(user_, Options());
-  const Json success = {{"$bytes", "0001"}};
-  const Json error = {{"$bytes",
-                       "01070158"
-                       "0000"}};
-  EXPECT_EQ(host.Call("say", success)["thread"], "window");
-  EXPECT_EQ(host.Call("say", error)["thread"], "window");
-  EXPECT_EQ(host.Call("say_later", success)["thread"], "worker");
-  EXPECT_EQ(host.Call("say_later", error)["thread"], "worker");
-}
-
-TEST_F(Console, AnswersForChannelsAndMethodsThatNobodyHas) {
-  HostProcess host(user_, Options());
-  EXPECT_EQ(host.Call("anything", nullptr, "core")["not_implemented"], true);
-  EXPECT_EQ(host.Call("noSuchMethod")["not_implemented"], true);
-  host.SendText(R"({"raw":"07 09 69 73","id":5})");
-  EXPECT_EQ(host.Reply(5)["not_implemented"], true);
-  host.SendText(R"({"raw":"","channel":"vpn_events","id":6})");
-  EXPECT_EQ(host.Reply(6)["error"]["code"], "E");
-  host.SendText(R"({"cancel":"vpn_events","id":7})");
-  EXPECT_EQ(host.Reply(7)["error"]["code"], "E");
-}
-
-TEST_F(Console, PrintsCallsAndEventsTowardsDart) {
-  HostProcess host(user_, Options());
-  host.Call("send", MethodBytes("onVPNStateChanged", "vpn_connected"));
-  host.Await({{"method", "onVPNStateChanged"}, {"args", "vpn_connected"}});
-  host.Call("emit", StateEventBytes("vpn_connected"));
-  host.Await({{"event", {{"status", "vpn_connected"}}}});
-  host.Call("emit", {{"$bytes", "0107014507016d00"}});
-  host.Await({{"event_error", {{"code", "E"}, {"message", "m"}, {"details", nullptr}}}});
-  host.Call("emit", {{"$bytes", ""}});
-  host.Await({{"event_end", true}});
-  host.Call("send", {{"$bytes", "0701"}});
-  host.Await({{"malformed", "a size that the bytes don't hold"}, {"hex", "0701"}});
-  EXPECT_EQ(host.Call("ask", MethodBytes("onVPNError", "x"))["success"], "0000");
-}
-
-TEST_F(Console, CarriesACallOfTwentyMegabytes) {
-  HostProcess host(user_, Options());
-  EXPECT_EQ(host.Call("length", std::string(20'000'000, 'c'))["success"], "20000014");
-}
-
-TEST_F(Console, MeetsWaitsByWhatArrivedAfterTheLastOne) {
-  const auto send = [](std::string_view method, std::string_view argument) {
-    return Json{{"call", "send"}, {"args", MethodBytes(method, argument)}}.dump();
-  };
-  const auto emit = [](std::string_view word) {
-    return Json{{"call", "emit"}, {"args", StateEventBytes(word)}}.dump();
-  };
-  const auto lines = Play(
-      {
-          emit("vpn_connecting"),
-          send("onVPNStateChanged", "vpn_connecting"),
-          emit("vpn_connected"),
-          send("onVPNStateChanged", "vpn_connected"),
-          R"({"wait":{"reply":4}})",
-          "# The words came before that reply, and behind the wait before it.",
-          R"({"wait":{"state":"vpn_connecting"}})",
-          R"({"wait":{"state":"vpn_connected"}})",
-          send("onVPNError", "first"),
-          R"({"wait":{"method":"onVPNError"}})",
-          R"({"wait":{"reply":1}})",
-          R"({"wait":{"idle_ms":20}})",
-          "",
-          "# Both ways of the word are one arrival, and it was taken.",
-          R"({"wait":{"state":"vpn_connected"},"timeout_ms":20})",
-      },
-      kRunOut);
-  EXPECT_TRUE(Contains(lines, {{"method", "onVPNError"}, {"args", "first"}}))
-      << "a wait before it ran out";
-  EXPECT_EQ(lines.back(), Json({{"timeout", {{"state", "vpn_connected"}}}}));
-}
-
-TEST_F(Console, FailsLoudlyWhenAWaitRunsOut) {
+TEST(Console, EndsTheProcessWhenAWaitRunsOut) {
   struct Row {
-    const char* wait;
-    Json told;
+    const char* why;
+    const char* line;
   };
-  const Row rows[] = {
-      {R"({"wait":{"reply":1},"timeout_ms":20})", {{"reply", 1}}},
-      {R"({"wait":{"method":"onVPNError"},"timeout_ms":20})", {{"method", "onVPNError"}}},
-      {R"({"wait":{"window":"restored"},"timeout_ms":20})", {{"window", "restored"}}},
-      {R"({"wait":{"idle_ms":60000},"timeout_ms":20})", {{"idle_ms", 60000}}},
+  const std::vector<Row> rows{
+      {"both ways of a word are one arrival, and it was taken",
+       R"({"wait":{"state":"vpn_connected"},"timeout_ms":20})"},
+      {"no such method", R"({"wait":{"method":"onVPNError"},"timeout_ms":20})"},
+      {"no such change", R"({"wait":{"window":"restored"},"timeout_ms":20})"},
+      {"no quiet so long", R"({"wait":{"idle_ms":60000},"timeout_ms":20})"},
+      {"a call that stays open at the end", R"({"call":"never"})"},
   };
-  for (const auto& row : rows) {
-    const auto lines = Play({R"({"call":"never"})", row.wait}, kRunOut);
-    EXPECT_EQ(lines.back(), Json({{"timeout", row.told}})) << row.wait;
+  const ScopedEnvironment end("KORVANE_CONSOLE_END_MS", "20");
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    std::vector<std::string> script = kMetWaits;
+    script.emplace_back(row.line);
+    PlayedHost host;
+    host.on_call = [](const PlayedCall& call) {
+      if (call.name == "connect") {
+        Connect(call);
+      }
+    };
+    EXPECT_EXIT(host.Play(script), ExitedWithCode(3), "");
   }
-  auto options = Options();
-  options.environment = {{"KORVANE_CONSOLE_END_MS", "20"}};
-  EXPECT_EQ(Play({R"({"call":"never","id":"n"})"}, kRunOut, options).back(),
-            Json({{"timeout", {{"replies", {"n"}}}}}));
-}
-
-TEST_F(Console, LetsAFilesScriptHoldTheFirstFrame) {
-  const auto held = Play({R"({"engine":{"consume":[1,2]}})", R"({"window":{"message":32768}})",
-                          R"({"dance":true})", R"({"frame":true})"},
-                         0);
-  const auto error = std::find(held.begin(), held.end(), Json({{"console_error", "no such line"}}));
-  const auto shown = std::find(held.begin(), held.end(), Json({{"window", "shown"}}));
-  EXPECT_TRUE(error < shown && shown != held.end());
-
-  EXPECT_TRUE(Contains(Play({R"({"wait":{"window":"shown"}})"}, 0), {{"window", "shown"}}));
-
-  HostProcess host(user_, {.program = "echo_host", .manual_frames = true});
-  host.Call("length");
-  EXPECT_TRUE(host.Matching({{"window", "shown"}}).empty());
-  host.Send({{"frame", true}});
-  host.Await({{"window", "shown"}});
-  EXPECT_EQ(host.Finish(), 0);
-}
-
-TEST_F(Console, DrawsAFrameWhenTheHostAsksForOne) {
-  HostProcess host(user_, Options());
-  host.Await({{"window", "shown"}});
-  host.Call("frame");
-  host.Call("frame");
-  EXPECT_TRUE(host.Matching({{"violation", "a second next-frame callback at a time"}}).empty());
-}
-
-TEST_F(Console, LetsTheEngineConsumeMessages) {
-  HostProcess host(user_, Options());
-  EXPECT_EQ(host.Call("consumed")["success"], "no");
-  host.Send({{"engine", {{"consume", {2, 536}}}}});
-  EXPECT_EQ(host.Call("consumed")["success"], "yes");
-  host.Await({{"engine_consumed", 536}});
-  host.Send({{"engine", {{"consume", Json::array()}}}});
-  EXPECT_EQ(host.Call("consumed")["success"], "no");
-}
-
-TEST_F(Console, TellsWhenTheHostBreaksARule) {
-  HostProcess host(user_, Options());
-  host.Call("say_twice", {{"$bytes", "0001"}});
-  host.Await({{"violation", "a response handle that isn't open"}});
-  host.Call("unlocked");
-  host.Await({{"violation", "SendResponse off the window thread without the lock"}});
-}
-
-TEST_F(Console, FailsWhatItIsToldToFail) {
-  struct Row {
-    const char* what;
-    int exit_code;
-    const char* adapter;
-  };
-  const Row rows[] = {
-      {R"({"fail":"engine"})", 1, nullptr},   {R"({"fail":"view_controller"})", 1, nullptr},
-      {"window,view_controller", 1, nullptr}, {"", 0, "Stand-in Adapter"},
-      {"graphics_adapter", 0, "refused"},     {"adapter_description", 0, "failed"},
-  };
-  for (const auto& row : rows) {
-    auto options = Options();
-    options.environment = {{"KORVANE_CONSOLE_FAIL", row.what}};
-    const auto lines = Play({R"({"call":"adapter"})"}, row.exit_code, options);
-    if (row.adapter == nullptr) {
-      continue;
-    }
-    EXPECT_TRUE(Contains(lines, {{"reply", 1}, {"success", row.adapter}, {"thread", "window"}}))
-        << row.what;
-  }
-  EXPECT_TRUE(Contains(Play({R"({"fail":"graphics_adapter"})", R"({"call":"adapter"})"}, 0),
-                       {{"reply", 1}, {"success", "refused"}, {"thread", "window"}}));
-}
-
-TEST_F(Console, KeepsTheMessengerBehindTheEnginesEnd) {
-  HostProcess host(user_, Options());
-  host.Send({{"call", "quit"}});
-  EXPECT_EQ(host.WaitForExit(), 7);
-}
-
-TEST_F(Console, EndsTheProcessAsACrashDoes) {
-  const auto lines = Play({R"({"call":"length"})", R"({"wait":{"reply":1}})", R"({"abort":true})"},
-                          DrivesWindows() ? 5 : 128 + 9);
-  EXPECT_FALSE(Contains(lines, {{"window", "destroyed"}}));
-}
-
-TEST_F(Console, ClosesTheWindowWhenTold) {
-  EXPECT_TRUE(Contains(Play({R"({"call":"never"})", R"({"close":true})", R"({"close":true})"}, 0),
-                       {{"window", "destroyed"}}));
-}
-
-TEST_F(Console, WritesToAFileAndReadsFromOne) {
-  const auto output = user_.folder() / "output";
-  std::ofstream(output) << "what was there before\n";
-  auto options = Options();
-  options.environment = {{"KORVANE_CONSOLE_OUT", HostUser::PathForHost(output)}};
-  EXPECT_TRUE(Play({R"({"call":"length"})"}, 0, options).empty());
-  std::ifstream file(output);
-  std::string first;
-  std::getline(file, first);
-  EXPECT_EQ(Json::parse(first)["window"], "created");
-
-  options.script = user_.folder() / "missing";
-  options.environment = {};
-  HostProcess host(user_, options);
-  host.Await({{"console_error", "the input file can't be opened"}});
-  EXPECT_EQ(host.WaitForExit(), kRunOut);
 }
 
 }  // namespace
