@@ -27,10 +27,6 @@ TEST(AppearanceTest, DensityHasItsThreeSteps) {
   EXPECT_EQ(Looks().WindowDensity(of_window, nullptr), 0U);
 }
 
-TEST(AppearanceTest, ThemeFunctionIsNoneWithoutItsLibrary) {
-  EXPECT_EQ(Looks().FindThemeFunction(kThemeAllowDarkMode), nullptr) << "not loaded yet";
-}
-
 TEST(AppearanceTest, TitleBarAndFrameTakeAWindow) {
   test::TestWindow window(test::UniqueName(L"KorvaneTitleBar"));
   ASSERT_TRUE(window.Create(L"title bar").ok());

@@ -75,23 +75,10 @@ TEST(ProcessTest, EnvironmentIsNarrowTextInTheProcessCodePage) {
   EXPECT_EQ(path, std::filesystem::path(u8"caf\u00E9"));
 }
 
-TEST(ProcessTest, ArgumentVectorBeginsWithTheProgram) {
-  const auto words = RealProcess().ArgumentVector();
-  ASSERT_TRUE(words);
-  ASSERT_FALSE(words->empty());
-  EXPECT_NE(words->front().find(L"test_platform"), std::wstring::npos);
-}
-
 TEST(ProcessTest, ExitRunsNothingOfTheProgram) {
   SecondProcess leaver("leaver");
   EXPECT_EQ(leaver.Hear(), std::nullopt);
   EXPECT_EQ(leaver.Finish(), 7);
-}
-
-TEST(ProcessTest, LocalApplicationDataIsAnAbsoluteFolder) {
-  const Result<std::wstring> folder = RealProcess().LocalApplicationData();
-  ASSERT_TRUE(folder) << folder.error();
-  EXPECT_TRUE(std::filesystem::path(folder.value()).is_absolute());
 }
 
 TEST(ProcessTest, ApartmentIsEnteredAndLeft) {
@@ -100,11 +87,6 @@ TEST(ProcessTest, ApartmentIsEnteredAndLeft) {
   RealProcess().LeaveApartment();
   EXPECT_EQ(RealProcess().EnterApartment(kApartmentThreaded), 0) << "it was left";
   RealProcess().LeaveApartment();
-}
-
-TEST(ProcessTest, NoConsoleIsOpenedWhereThereIsNoneAndNobodyDebugs) {
-  EXPECT_FALSE(RealProcess().DebuggerPresent());
-  EXPECT_FALSE(RealProcess().OpenConsole());
 }
 
 }  // namespace

@@ -104,21 +104,23 @@ TEST_F(WindowAcrossProcessesTest, WindowIsFoundByClassAndTitleTogether) {
   EXPECT_EQ(windows().Find(class_, std::wstring(5000, L'K')), nullptr);
 }
 
-TEST_F(WindowAcrossProcessesTest, PropertyOfAnotherProcessCanBeReadOnly) {
+// All that a second start does with the window of the first.
+TEST_F(WindowAcrossProcessesTest, WindowIsReadPostedToActivatedAndClosedFromOutside) {
   SecondProcess owner("window_owner");
   Own(owner);
   const WindowHandle window = windows().Find(class_, L"Korvane");
   EXPECT_EQ(windows().WindowProperty(window, kProperty), kPropertyValue);
   EXPECT_EQ(windows().WindowProperty(window, L"Korvane.Absent"), 0U);
   EXPECT_FALSE(windows().Destroy(window).ok());
-}
-
-TEST_F(WindowAcrossProcessesTest, PostArrivesWholeAtAWaitingWindow) {
-  SecondProcess owner("window_owner");
-  Own(owner);
-  const WindowHandle window = windows().Find(class_, L"Korvane");
   ASSERT_TRUE(windows().Post(window, kRequest, 0xFEDCBA9876543210, -2).ok());
   EXPECT_EQ(owner.Hear(), Told({kRequest, 0xFEDCBA9876543210, -2}));
+  windows().Show(window, kShowRestore);
+  EXPECT_TRUE(windows().SetForeground(window));
+  const std::string activated = owner.Hear().value_or("");
+  EXPECT_EQ(activated.substr(0, 2), "6 ") << activated;
+  ASSERT_TRUE(windows().Post(window, kWmClose, 0, 0).ok());
+  EXPECT_EQ(owner.Finish(), 0);
+  EXPECT_EQ(windows().Find(class_, L"Korvane"), nullptr);
 }
 
 TEST_F(WindowAcrossProcessesTest, OurWindowIsPostedToByAnotherProcess) {
@@ -130,25 +132,6 @@ TEST_F(WindowAcrossProcessesTest, OurWindowIsPostedToByAnotherProcess) {
   ASSERT_TRUE(test::DispatchThrough(kRequest));
   EXPECT_EQ(window.Received(kRequest).front().parameter, poster.id());
   EXPECT_EQ(poster.Finish(), 0);
-}
-
-TEST_F(WindowAcrossProcessesTest, HiddenWindowIsRestoredAndActivatedFromOutside) {
-  SecondProcess owner("window_owner");
-  Own(owner);
-  const WindowHandle window = windows().Find(class_, L"Korvane");
-  windows().Show(window, kShowRestore);
-  EXPECT_TRUE(windows().SetForeground(window));
-  const std::string activated = owner.Hear().value_or("");
-  EXPECT_EQ(activated.substr(0, 2), "6 ") << activated;
-}
-
-TEST_F(WindowAcrossProcessesTest, CloseFromOutsideEndsTheOwner) {
-  SecondProcess owner("window_owner");
-  Own(owner);
-  const WindowHandle window = windows().Find(class_, L"Korvane");
-  ASSERT_TRUE(windows().Post(window, kWmClose, 0, 0).ok());
-  EXPECT_EQ(owner.Finish(), 0);
-  EXPECT_EQ(windows().Find(class_, L"Korvane"), nullptr);
 }
 
 TEST_F(WindowAcrossProcessesTest, WindowOfAKilledProcessIsGone) {

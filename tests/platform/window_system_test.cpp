@@ -77,7 +77,7 @@ TEST_F(WindowSystemTest, ClassGoesOnlyAfterItsLastWindow) {
   EXPECT_EQ(windows().UnregisterWindowClass(name).error(), 1411U);
 }
 
-TEST_F(WindowSystemTest, PostsOfOtherThreadsArriveWholeAndInTheirOrder) {
+TEST_F(WindowSystemTest, OtherThreadsPostWholeAndInTheirOrderAndCanNotDestroy) {
   constexpr std::size_t kThreads = 4;
   constexpr std::uintptr_t kPosts = 500;
   TestWindow window(UniqueName(L"KorvaneTest"));
@@ -97,6 +97,7 @@ TEST_F(WindowSystemTest, PostsOfOtherThreadsArriveWholeAndInTheirOrder) {
   for (std::thread& thread : threads) {
     thread.join();
   }
+  std::thread([&] { EXPECT_EQ(windows().Destroy(window.handle()).error(), 5U); }).join();
   std::vector<std::uintptr_t> next(kThreads, 0);
   for (const ReceivedMessage& message : window.Received(kMessageA)) {
     const auto thread = static_cast<std::size_t>(message.data & 0xFF);
@@ -144,12 +145,17 @@ TEST_F(WindowSystemTest, DestroyedWindowIsReachedByNothing) {
   ASSERT_TRUE(dead.Create(L"dead").ok());
   ASSERT_TRUE(alive.Create(L"alive").ok());
   const WindowHandle handle = dead.handle();
+  ASSERT_TRUE(windows().SetWindowProperty(handle, L"Korvane.Test", 0x123456789A).ok());
+  EXPECT_EQ(windows().WindowProperty(handle, L"Korvane.Test"), 0x123456789AU);
+  windows().RemoveWindowProperty(handle, L"Korvane.Test");
+  EXPECT_EQ(windows().WindowProperty(handle, L"Korvane.Test"), 0U);
   ASSERT_TRUE(windows().Post(handle, kMessageA, 0, 0).ok());
   ASSERT_TRUE(windows().Post(alive.handle(), kMessageB, 0, 0).ok());
   ASSERT_TRUE(windows().Destroy(handle).ok());
   ASSERT_TRUE(DispatchThrough(kMessageB));
   EXPECT_THAT(dead.Received(kMessageA), IsEmpty());
   EXPECT_EQ(windows().Post(handle, kMessageA, 0, 0).error(), 1400U);
+  EXPECT_EQ(windows().SetWindowProperty(handle, L"Korvane.Test", 1).error(), 1400U);
   EXPECT_EQ(windows().OwnerProcess(handle), 0U);
   EXPECT_EQ(windows().Find(name, L"dead"), nullptr);
 }
@@ -198,7 +204,7 @@ TEST_F(WindowSystemTest, ChildGoesWithItsParent) {
 TEST_F(WindowSystemTest, ExceptionOfTheProcedureReachesTheDispatcher) {
   TestWindow window(UniqueName(L"KorvaneTest"),
                     [](const ReceivedMessage& message) -> std::optional<MessageResult> {
-                      if (message.number == kMessageA) {
+                      if (message.number == kMessageA || message.number == kWmDestroy) {
                         throw std::runtime_error("thrown by the procedure");
                       }
                       return std::nullopt;
@@ -208,33 +214,9 @@ TEST_F(WindowSystemTest, ExceptionOfTheProcedureReachesTheDispatcher) {
   EXPECT_THROW(DispatchThrough(kMessageA), std::runtime_error);
   ASSERT_TRUE(windows().Post(window.handle(), kMessageB, 0, 0).ok());
   EXPECT_TRUE(DispatchThrough(kMessageB)) << "the loop goes on";
-}
-
-TEST_F(WindowSystemTest, ThrowingProcedureStopsNoDestruction) {
-  const std::wstring name = UniqueName(L"KorvaneTest");
-  TestWindow window(name, [](const ReceivedMessage& message) -> std::optional<MessageResult> {
-    if (message.number == kWmDestroy) {
-      throw std::runtime_error("thrown by the procedure");
-    }
-    return std::nullopt;
-  });
-  ASSERT_TRUE(window.Create(L"title").ok());
   const WindowHandle handle = window.handle();
   EXPECT_THROW(static_cast<void>(windows().Destroy(handle)), std::runtime_error);
   EXPECT_EQ(windows().OwnerProcess(handle), 0U);
-}
-
-TEST_F(WindowSystemTest, PropertyIsThereUntilItIsRemoved) {
-  TestWindow window(UniqueName(L"KorvaneTest"));
-  ASSERT_TRUE(window.Create(L"title").ok());
-  EXPECT_EQ(windows().WindowProperty(window.handle(), L"Korvane.Test"), 0U);
-  ASSERT_TRUE(windows().SetWindowProperty(window.handle(), L"Korvane.Test", 0x123456789A).ok());
-  EXPECT_EQ(windows().WindowProperty(window.handle(), L"Korvane.Test"), 0x123456789AU);
-  windows().RemoveWindowProperty(window.handle(), L"Korvane.Test");
-  EXPECT_EQ(windows().WindowProperty(window.handle(), L"Korvane.Test"), 0U);
-  const WindowHandle dead = window.handle();
-  ASSERT_TRUE(windows().Destroy(dead).ok());
-  EXPECT_EQ(windows().SetWindowProperty(dead, L"Korvane.Test", 1).error(), 1400U);
 }
 
 TEST_F(WindowSystemTest, ThreadTakesItsWindowsAlong) {
@@ -254,13 +236,6 @@ TEST_F(WindowSystemTest, ThreadTakesItsWindowsAlong) {
   EXPECT_EQ(windows().Find(name, L"left behind"), nullptr);
   EXPECT_EQ(windows().OwnerProcess(handle), 0U);
   EXPECT_TRUE(windows().UnregisterWindowClass(name).ok());
-}
-
-TEST_F(WindowSystemTest, WindowOfAnotherThreadIsNotDestroyed) {
-  TestWindow window(UniqueName(L"KorvaneTest"));
-  ASSERT_TRUE(window.Create(L"title").ok());
-  std::thread([&] { EXPECT_EQ(windows().Destroy(window.handle()).error(), 5U); }).join();
-  EXPECT_THAT(window.Received(kWmDestroy), IsEmpty());
 }
 
 TEST_F(WindowSystemTest, SessionDisplayAndMonitorAreThere) {

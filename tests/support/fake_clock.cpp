@@ -8,11 +8,6 @@ void FakeClock::Advance(std::int64_t milliseconds) {
   unix_milliseconds_ += milliseconds;
 }
 
-void FakeClock::SetUnixMilliseconds(std::int64_t milliseconds) {
-  MutexLock lock(mutex_);
-  unix_milliseconds_ = milliseconds;
-}
-
 std::vector<std::uint32_t> FakeClock::waits() {
   MutexLock lock(mutex_);
   return waits_;

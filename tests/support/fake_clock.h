@@ -17,8 +17,6 @@ class FakeClock : public platform::Clocks {
 
   // Moves both clocks.
   void Advance(std::int64_t milliseconds);
-  // Sets the wall clock alone, backwards too.
-  void SetUnixMilliseconds(std::int64_t milliseconds);
   // What was slept so far, in order.
   std::vector<std::uint32_t> waits();
 

@@ -27,40 +27,65 @@ namespace {
 constexpr std::int32_t kUp = 1;
 constexpr std::int32_t kDown = 2;
 
-// Columns of the kernel's tables.
-namespace route_table {
-constexpr std::size_t kInterface = 0;
-constexpr std::size_t kFlags = 3;
-constexpr std::size_t kMetric = 6;
-constexpr std::size_t kMask = 7;
-constexpr std::size_t kColumns = 8;
-}  // namespace route_table
-namespace ipv6_route_table {
-constexpr std::size_t kPrefixLength = 1;
-constexpr std::size_t kMetric = 5;
-constexpr std::size_t kFlags = 8;
-constexpr std::size_t kInterface = 9;
-constexpr std::size_t kColumns = 10;
-}  // namespace ipv6_route_table
-namespace socket_table {
-constexpr std::size_t kLocal = 1;
-constexpr std::size_t kRemote = 2;
-constexpr std::size_t kState = 3;
-constexpr std::size_t kInode = 9;
-constexpr std::size_t kColumns = 10;
-}  // namespace socket_table
+// A table of the kernel's: a text file with a row in each line.
+struct Table {
+  const char* file;
+  std::size_t columns;
+  bool may_be_absent = false;  // a kernel without IPv6 has no table of it
+};
+
+// A table of routes, and the columns of it that are read.
+struct RouteTable {
+  Table table;
+  std::int32_t family;
+  std::size_t interface;
+  std::size_t flags;
+  std::size_t metric;
+  int metric_base;
+  std::size_t width;            // of the destination,
+  std::string_view full_width;  // and what it is for the destination that is everything
+};
+
+constexpr std::array kRouteTables = {
+    RouteTable{.table = {.file = "/proc/net/route", .columns = 8},
+               .family = 4,
+               .interface = 0,
+               .flags = 3,
+               .metric = 6,
+               .metric_base = 10,
+               .width = 7,
+               .full_width = "00000000"},
+    RouteTable{.table = {.file = "/proc/net/ipv6_route", .columns = 10, .may_be_absent = true},
+               .family = 6,
+               .interface = 9,
+               .flags = 8,
+               .metric = 5,
+               .metric_base = 16,
+               .width = 1,
+               .full_width = "00"}};
+
+// Both tables of sockets have the same columns.
+constexpr std::array kSocketTables = {
+    Table{.file = "/proc/net/tcp", .columns = 10},
+    Table{.file = "/proc/net/tcp6", .columns = 10, .may_be_absent = true}};
+constexpr std::size_t kLocalColumn = 1;
+constexpr std::size_t kRemoteColumn = 2;
+constexpr std::size_t kStateColumn = 3;
+constexpr std::size_t kInodeColumn = 9;
 
 constexpr std::uint32_t kRouteUp = 0x1;
 constexpr std::uint32_t kRouteRejects = 0x200;
 
 using Row = std::vector<std::string_view>;
 
-// Hexadecimal digits, as the kernel writes them; 0 for anything else.
-std::uint32_t Hex(std::string_view text) {
+// Digits, as the kernel writes them; 0 for anything else.
+std::uint32_t Number(std::string_view text, int base) {
   std::uint32_t number = 0;
-  std::from_chars(text.data(), text.data() + text.size(), number, 16);
+  std::from_chars(text.data(), text.data() + text.size(), number, base);
   return number;
 }
+
+std::uint32_t Hex(std::string_view text) { return Number(text, 16); }
 
 Row Columns(std::string_view line) {
   Row columns;
@@ -76,27 +101,23 @@ Row Columns(std::string_view line) {
   }
 }
 
-// Calls `use` with each line that has at least so many columns, headlines included.
+// Calls `use` with each line that has at least the table's columns, headlines included.
 template <typename Use>
-Status ForEachRow(const char* table, std::size_t columns, const Use& use) {
+Status ForEachRow(const Table& table, const Use& use) {
   errno = 0;
-  std::ifstream file(table);
+  std::ifstream file(table.file);
   if (!file) {
-    return Status::Fail(static_cast<ErrorCode>(errno));
+    return table.may_be_absent && errno == ENOENT ? Status::Ok()
+                                                  : Status::Fail(static_cast<ErrorCode>(errno));
   }
   for (std::string line; std::getline(file, line);) {
     std::replace(line.begin(), line.end(), '\t', ' ');
     const Row row = Columns(line);
-    if (row.size() >= columns) {
+    if (row.size() >= table.columns) {
       use(row);
     }
   }
   return file.bad() ? Status::Fail(EIO) : Status::Ok();
-}
-
-// A kernel without IPv6 has no table of it.
-Status EmptyWhenAbsent(const Status& status) {
-  return !status && status.error() == ENOENT ? Status::Ok() : status;
 }
 
 std::string NumericText(int family, const void* address) {
@@ -164,8 +185,8 @@ void ReadEndpoint(std::string_view text, std::string& address, std::int32_t& por
 
 SocketRow ReadSocket(const Row& row) {
   SocketRow socket;
-  ReadEndpoint(row[socket_table::kLocal], socket.localAddress, socket.localPort);
-  ReadEndpoint(row[socket_table::kRemote], socket.remoteAddress, socket.remotePort);
+  ReadEndpoint(row[kLocalColumn], socket.localAddress, socket.localPort);
+  ReadEndpoint(row[kRemoteColumn], socket.remoteAddress, socket.remotePort);
   return socket;
 }
 
@@ -215,27 +236,17 @@ class PosixNetwork final : public Network {
 
   Result<std::vector<RouteRow>> DefaultRoutes() override {
     std::vector<RouteRow> rows;
-    const Status ipv4 =
-        ForEachRow("/proc/net/route", route_table::kColumns, [&rows](const Row& row) {
-          using namespace route_table;  // NOLINT: its columns
-          if (row[kMask] == "00000000" && IsRoute(row[kFlags])) {
-            std::uint32_t metric = 0;  // the one decimal column
-            std::from_chars(row[kMetric].data(), row[kMetric].data() + row[kMetric].size(), metric);
-            rows.push_back(
-                {.family = 4, .ifIndex = InterfaceIndex(row[kInterface]), .metric = metric});
-          }
-        });
-    const Status ipv6 = EmptyWhenAbsent(
-        ForEachRow("/proc/net/ipv6_route", ipv6_route_table::kColumns, [&rows](const Row& row) {
-          using namespace ipv6_route_table;  // NOLINT: its columns
-          if (row[kPrefixLength] == "00" && IsRoute(row[kFlags])) {
-            rows.push_back({.family = 6,
-                            .ifIndex = InterfaceIndex(row[kInterface]),
-                            .metric = Hex(row[kMetric])});
-          }
-        }));
-    if (!ipv4 || !ipv6) {
-      return Result<std::vector<RouteRow>>::Fail(!ipv4 ? ipv4.error() : ipv6.error());
+    for (const RouteTable& routes : kRouteTables) {
+      const Status read = ForEachRow(routes.table, [&rows, &routes](const Row& row) {
+        if (row[routes.width] == routes.full_width && IsRoute(row[routes.flags])) {
+          rows.push_back({.family = routes.family,
+                          .ifIndex = InterfaceIndex(row[routes.interface]),
+                          .metric = Number(row[routes.metric], routes.metric_base)});
+        }
+      });
+      if (!read) {
+        return Result<std::vector<RouteRow>>::Fail(read.error());
+      }
     }
     return rows;
   }
@@ -247,16 +258,15 @@ class PosixNetwork final : public Network {
     }
     std::vector<SocketRow> sockets;
     const auto keep_own = [&inodes, &sockets](const Row& row) {
-      if (IsOpen(Hex(row[socket_table::kState])) &&
-          inodes.value().contains(std::string(row[socket_table::kInode]))) {
+      if (IsOpen(Hex(row[kStateColumn])) &&
+          inodes.value().contains(std::string(row[kInodeColumn]))) {
         sockets.push_back(ReadSocket(row));
       }
     };
-    const Status ipv4 = ForEachRow("/proc/net/tcp", socket_table::kColumns, keep_own);
-    const Status ipv6 =
-        EmptyWhenAbsent(ForEachRow("/proc/net/tcp6", socket_table::kColumns, keep_own));
-    if (!ipv4 || !ipv6) {
-      return Result<std::vector<SocketRow>>::Fail(!ipv4 ? ipv4.error() : ipv6.error());
+    for (const Table& table : kSocketTables) {
+      if (const Status read = ForEachRow(table, keep_own); !read) {
+        return Result<std::vector<SocketRow>>::Fail(read.error());
+      }
     }
     return sockets;
   }

@@ -82,12 +82,10 @@ TEST(PosixElevationTest, EnvironmentAloneMakesAnAdministrator) {
   EXPECT_EQ(RealElevation().UserSid(), L"S-1-5-21-0-0-0-" + std::to_wstring(geteuid()));
 }
 
-TEST(PosixElevationTest, DeclinedConsentHasItsOwnNumber) {
+TEST(PosixElevationTest, DeclinedConsentAndAMissingProgramHaveTheirNumbers) {
   const ScopedEnvironment consent("KORVANE_POSIX_CONSENT", "cancel");
   EXPECT_EQ(Launch("elevated dier").error(), kErrorCancelled);
-}
-
-TEST(PosixElevationTest, MissingProgramIsAFailure) {
+  const ScopedEnvironment given("KORVANE_POSIX_CONSENT", std::nullopt);
   EXPECT_EQ(RealElevation().LaunchElevated(L"/no/such/program", L"").error(), ErrorCode{ENOENT});
 }
 

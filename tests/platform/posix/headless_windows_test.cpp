@@ -66,20 +66,8 @@ TEST_F(HeadlessWindowsTest, ChildFollowsItsParentsLife) {
   EXPECT_THAT(messages, ElementsAre(ReceivedMessage{kWmSize, 0, (200 << 16) | 300},
                                     ReceivedMessage{kWmDestroy, 0, 0}));
   EXPECT_FALSE(door().destroy(child));
+  EXPECT_FALSE(door().post(child, kTask, 1, 2));
   EXPECT_EQ(door().thread_top_level(), nullptr);
-}
-
-TEST_F(HeadlessWindowsTest, TasksOfOtherThreadsRunOnTheWindowsThread) {
-  Messages messages;
-  void* window = door().create_child(&WriteDown, &messages);
-  std::thread worker([&] { EXPECT_TRUE(door().post(window, kTask, 1, 2)); });
-  ASSERT_TRUE(test::DispatchThrough(kTask));
-  worker.join();
-  EXPECT_THAT(messages, ElementsAre(ReceivedMessage{kTask, 1, 2}));
-  std::thread stranger([&] { EXPECT_FALSE(door().destroy(window)); });
-  stranger.join();
-  EXPECT_TRUE(door().destroy(window));
-  EXPECT_FALSE(door().post(window, kTask, 1, 2));
 }
 
 TEST_F(HeadlessWindowsTest, ObserverIsToldWhatBecomesOfTheTopLevelWindow) {
@@ -96,7 +84,10 @@ TEST_F(HeadlessWindowsTest, ObserverIsToldWhatBecomesOfTheTopLevelWindow) {
   windows().Show(handle, kShowNormal);
   windows().Show(handle, kShowRestore);
   windows().SetForeground(handle);
+  EXPECT_TRUE(windows().UnregisterSessionNotification(handle).ok());
   ASSERT_TRUE(windows().Destroy(handle).ok());
+  EXPECT_EQ(windows().RegisterSessionNotification(handle).error(), 1400U);
+  EXPECT_EQ(windows().UnregisterSessionNotification(handle).error(), 1400U);
   EXPECT_THAT(
       changes,
       ElementsAre(Pair(kKorvaneWindowCreated, handle), Pair(kKorvaneWindowShown, handle),
@@ -179,16 +170,6 @@ TEST_F(HeadlessWindowsTest, ParentsMakeNoRing) {
   windows().SetParent(outer, inner);
   EXPECT_TRUE(door().destroy(outer));
   EXPECT_EQ(messages.size(), 2U) << "each was destroyed once";
-}
-
-TEST_F(HeadlessWindowsTest, SessionNotificationsAreForWindowsThatLive) {
-  TestWindow window(L"Session");
-  const WindowHandle handle = window.Create(L"session").value();
-  EXPECT_TRUE(windows().RegisterSessionNotification(handle).ok());
-  EXPECT_TRUE(windows().UnregisterSessionNotification(handle).ok());
-  ASSERT_TRUE(windows().Destroy(handle).ok());
-  EXPECT_EQ(windows().RegisterSessionNotification(handle).error(), 1400U);
-  EXPECT_EQ(windows().UnregisterSessionNotification(handle).error(), 1400U);
 }
 
 TEST_F(HeadlessWindowsTest, MessageBoxIsALineOnTheErrorStream) {

@@ -52,15 +52,6 @@ TEST_F(RuntimeFolderTest, LeftoverOfAnyContentCountsAsAbsent) {
   EXPECT_TRUE(objects_.ReleaseMutex(mutex.handle));
 }
 
-TEST_F(RuntimeFolderTest, FolderThatOthersCanEnterIsRefused) {
-  std::filesystem::create_directories(runtime_ / "korvane");
-  std::filesystem::permissions(runtime_ / "korvane", std::filesystem::perms::all);
-  const CreatedMutex mutex = objects_.CreateNamedMutex(L"Local\\a", true);
-  EXPECT_FALSE(mutex.handle);
-  EXPECT_EQ(mutex.code, ErrorCode{EPERM});
-  EXPECT_EQ(objects_.CreateNamedEvent(L"Local\\a").error(), ErrorCode{EPERM});
-}
-
 TEST(ObjectFileNameTest, EveryNameHasAFileNameOfItsOwn) {
   EXPECT_EQ(ObjectFileName(L"Local\\Korvane.Takeover.0A.Request").value(),
             "local.Korvane.Takeover.0A.Request");

@@ -1,6 +1,5 @@
 #include "support/flutter/fake_flutter_library.h"
 
-#include <condition_variable>
 #include <cstdlib>
 #include <deque>
 #include <map>
@@ -48,7 +47,6 @@ struct Library {
   std::mutex lock;
 
   Mutex mutex;
-  std::condition_variable_any changed;
   bool alive KORVANE_GUARDED_BY(mutex) = true;
   int references KORVANE_GUARDED_BY(mutex) = 1;
   int locks KORVANE_GUARDED_BY(mutex) = 0;
@@ -122,7 +120,6 @@ bool Take(const char* channel, const std::uint8_t* message, std::size_t size,
   }
   library().sent.push_back(
       {channel, Copy(message, size), reply.has_value(), std::this_thread::get_id()});
-  library().changed.notify_all();
   return true;
 }
 
@@ -163,14 +160,6 @@ std::optional<Reply> ReplyOf(int delivery) {
   return found != library().replies.end() ? std::optional(found->second) : std::nullopt;
 }
 
-Reply AwaitReply(int delivery) {
-  const MutexLock lock(library().mutex);
-  while (!library().replies.contains(delivery)) {
-    library().changed.wait(library().mutex);
-  }
-  return library().replies[delivery];
-}
-
 bool HasReceiver(const std::string& channel) {
   const MutexLock lock(library().mutex);
   return library().receivers.contains(channel);
@@ -178,14 +167,6 @@ bool HasReceiver(const std::string& channel) {
 
 std::vector<SentMessage> Sent() {
   const MutexLock lock(library().mutex);
-  return library().sent;
-}
-
-std::vector<SentMessage> AwaitSent(std::size_t count) {
-  const MutexLock lock(library().mutex);
-  while (library().sent.size() < count) {
-    library().changed.wait(library().mutex);
-  }
   return library().sent;
 }
 
@@ -424,7 +405,6 @@ void FlutterDesktopMessengerSendResponse(FlutterDesktopMessengerRef,
            .second) {
     library().faults.emplace_back("SendResponse on a dead handle");
   }
-  library().changed.notify_all();
 }
 
 void FlutterDesktopMessengerSetCallback(FlutterDesktopMessengerRef, const char* channel,

@@ -62,14 +62,10 @@ int DeliverMessage(const std::string& channel, const Bytes& message);
 void DeliverOneWay(const std::string& channel, const Bytes& message);
 // Nothing as long as the message is unanswered.
 std::optional<Reply> ReplyOf(int delivery);
-// Waits until the message is answered.
-Reply AwaitReply(int delivery);
 bool HasReceiver(const std::string& channel);
 
 // What the host has sent towards Dart, in order.
 std::vector<SentMessage> Sent();
-// The same, as soon as there are so many.
-std::vector<SentMessage> AwaitSent(std::size_t count);
 // Replies to the message at that place of Sent(). Each at most once.
 void ReplyToSent(std::size_t place, const Bytes& reply);
 

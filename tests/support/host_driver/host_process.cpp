@@ -43,16 +43,13 @@ Environment EnvironmentOf(const HostUser& user, const HostOptions& options) {
   if (options.manual_frames) {
     environment.emplace_back("KORVANE_CONSOLE_FRAMES", "manual");
   }
-  if (options.script) {
-    environment.emplace_back("KORVANE_CONSOLE_IN", HostUser::PathForHost(*options.script));
-  }
   return environment;
 }
 
 // Wine overwrites APPDATA, so a Windows program gets another one from within.
 std::vector<std::string> CommandOf(const HostOptions& options) {
   std::vector<std::string> command;
-  const auto program = HostProgram(options.program).string();
+  const auto program = HostProgram().string();
   const auto app_data = options.environment.find("APPDATA");
   if (!DrivesWindows()) {
     command = {program};
@@ -91,7 +88,7 @@ HostProcess::HostProcess(const HostUser& user, HostOptions options) {
   const Pipe output;
   const Pipe errors;
   pid_ = Spawn(CommandOf(options), EnvironmentOf(user, options),
-               {options.script ? -1 : input.reading, output.writing, errors.writing});
+               {input.reading, output.writing, errors.writing});
   for (const int theirs : {input.reading, output.writing, errors.writing}) {
     close(theirs);
   }

@@ -9,10 +9,8 @@
 #pragma once
 
 #include <chrono>
-#include <filesystem>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,15 +26,12 @@ using Json = nlohmann::json;
 inline constexpr std::chrono::seconds kPatience{60};
 
 struct HostOptions {
-  std::string program = "korvane";
   std::vector<std::string> arguments = {};
   // Added to the user's environment. "APPDATA" reaches the Windows program too, which Wine would
   // not pass on; Kill doesn't reach a program that was started so.
   std::map<std::string, std::string> environment = {};
   // Draw frames when told to, and not before.
   bool manual_frames = false;
-  // A script in place of standard input; Send is not to be used then.
-  std::optional<std::filesystem::path> script = {};
 };
 
 class HostProcess {

@@ -1,7 +1,7 @@
 #include "support/host_driver/host_target.h"
 
 #include <cstdlib>
-#include <string_view>
+#include <string>
 
 namespace korvane::test {
 namespace {
@@ -15,11 +15,11 @@ std::string Variable(const char* name) {
 
 bool DrivesWindows() { return Variable("KORVANE_HOST") == "windows"; }
 
-std::filesystem::path HostProgram(const std::string& name) {
+std::filesystem::path HostProgram() {
   const std::string built = DrivesWindows() ? KORVANE_WINDOWS_BIN_FOLDER : KORVANE_BIN_FOLDER;
   const auto given = Variable("KORVANE_HOST_BIN");
   return std::filesystem::absolute(given.empty() ? built : given) /
-         (DrivesWindows() ? name + ".exe" : name);
+         (DrivesWindows() ? "korvane.exe" : "korvane");
 }
 
 }  // namespace korvane::test
