@@ -16,14 +16,32 @@ class FakeClock : public platform::Clocks {
       : unix_milliseconds_(unix_milliseconds) {}
 
   // Moves both clocks.
-  void Advance(std::int64_t milliseconds);
-  // What was slept so far, in order.
-  std::vector<std::uint32_t> waits();
+  void Advance(std::int64_t milliseconds) {
+    MutexLock lock(mutex_);
+    steady_nanoseconds_ += milliseconds * 1'000'000;
+    unix_milliseconds_ += milliseconds;
+  }
 
-  std::int64_t SteadyNanoseconds() override;
-  std::int64_t UnixMilliseconds() override;
+  // What was slept so far, in order.
+  std::vector<std::uint32_t> waits() {
+    MutexLock lock(mutex_);
+    return waits_;
+  }
+  std::int64_t SteadyNanoseconds() override {
+    MutexLock lock(mutex_);
+    return steady_nanoseconds_;
+  }
+  std::int64_t UnixMilliseconds() override {
+    MutexLock lock(mutex_);
+    return unix_milliseconds_;
+  }
+
   // Returns at once; the clocks have moved by the wait then.
-  void SleepMilliseconds(std::uint32_t milliseconds) override;
+  void SleepMilliseconds(std::uint32_t milliseconds) override {
+    Advance(milliseconds);
+    MutexLock lock(mutex_);
+    waits_.push_back(milliseconds);
+  }
 
  private:
   Mutex mutex_;

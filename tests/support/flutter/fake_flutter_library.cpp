@@ -84,6 +84,19 @@ Library& library() {
   return *library;
 }
 
+// One member, read or set under the lock.
+template <typename Value>
+Value Read(Value Library::*member) {
+  const MutexLock lock(library().mutex);
+  return library().*member;
+}
+
+template <typename Value>
+void Set(Value Library::*member, Value value) {
+  const MutexLock lock(library().mutex);
+  library().*member = std::move(value);
+}
+
 Bytes Copy(const std::uint8_t* data, std::size_t size) {
   return size == 0 ? Bytes() : Bytes(data, data + size);
 }
@@ -165,10 +178,7 @@ bool HasReceiver(const std::string& channel) {
   return library().receivers.contains(channel);
 }
 
-std::vector<SentMessage> Sent() {
-  const MutexLock lock(library().mutex);
-  return library().sent;
-}
+std::vector<SentMessage> Sent() { return Read(&Library::sent); }
 
 void ReplyToSent(std::size_t place, const Bytes& reply) {
   AwaitedReply awaited;
@@ -203,63 +213,35 @@ void Consume(std::uint32_t message, std::intptr_t result) {
   library().consumed[message] = result;
 }
 
-std::vector<WindowMessage> WindowMessages() {
-  const MutexLock lock(library().mutex);
-  return library().window_messages;
-}
+std::vector<WindowMessage> WindowMessages() { return Read(&Library::window_messages); }
 
-Properties CreatedWith() {
-  const MutexLock lock(library().mutex);
-  return library().created_with;
-}
+Properties CreatedWith() { return Read(&Library::created_with); }
 
 void SetGraphicsAdapter(bool found, void* adapter) {
-  const MutexLock lock(library().mutex);
-  library().adapter_found = found;
-  library().adapter = adapter;
+  Set(&Library::adapter_found, found);
+  Set(&Library::adapter, adapter);
 }
 
-void SetMonitorDpi(std::uint32_t dpi) {
-  const MutexLock lock(library().mutex);
-  library().dpi = dpi;
-}
+void SetMonitorDpi(std::uint32_t dpi) { Set(&Library::dpi, dpi); }
 
 void* ViewWindow() { return &library().window; }
 
-void RefuseSends() {
-  const MutexLock lock(library().mutex);
-  library().refuse_sends = true;
-}
+void RefuseSends() { Set(&Library::refuse_sends, true); }
 
-void FailEngineCreate() {
-  const MutexLock lock(library().mutex);
-  library().fail_engine = true;
-}
+void FailEngineCreate() { Set(&Library::fail_engine, true); }
 
-void FailViewControllerCreate() {
-  const MutexLock lock(library().mutex);
-  library().fail_controller = true;
-}
+void FailViewControllerCreate() { Set(&Library::fail_controller, true); }
 
-std::vector<std::string> Calls() {
-  const MutexLock lock(library().mutex);
-  return library().calls;
-}
+std::vector<std::string> Calls() { return Read(&Library::calls); }
 
 int MessengerReferences() {
   const MutexLock lock(library().mutex);
   return library().references - (library().alive ? 1 : 0);
 }
 
-int MessengerLocks() {
-  const MutexLock lock(library().mutex);
-  return library().locks;
-}
+int MessengerLocks() { return Read(&Library::locks); }
 
-std::vector<std::string> Faults() {
-  const MutexLock lock(library().mutex);
-  return library().faults;
-}
+std::vector<std::string> Faults() { return Read(&Library::faults); }
 
 void NoteCall(std::string call) {
   const MutexLock lock(library().mutex);
@@ -337,12 +319,7 @@ bool FlutterDesktopEngineGetGraphicsAdapter(FlutterDesktopEngineRef, void** adap
 FlutterDesktopViewControllerRef FlutterDesktopViewControllerCreate(int, int,
                                                                    FlutterDesktopEngineRef) {
   NoteCall("ViewControllerCreate");
-  bool failed = false;
-  {
-    const MutexLock lock(library().mutex);
-    failed = library().fail_controller;
-  }
-  if (failed) {
+  if (Read(&Library::fail_controller)) {
     EndEngine("(engine destroyed)");
     return nullptr;
   }
@@ -453,17 +430,11 @@ FlutterDesktopMessengerRef FlutterDesktopMessengerLock(FlutterDesktopMessengerRe
 }
 
 void FlutterDesktopMessengerUnlock(FlutterDesktopMessengerRef) {
-  {
-    const MutexLock lock(library().mutex);
-    library().lock_owner = {};
-  }
+  Set(&Library::lock_owner, std::thread::id());
   library().lock.unlock();
 }
 
-std::uint32_t FlutterDesktopGetDpiForMonitor(void*) {
-  const MutexLock lock(library().mutex);
-  return library().dpi;
-}
+std::uint32_t FlutterDesktopGetDpiForMonitor(void*) { return Read(&Library::dpi); }
 
 void FlutterDesktopResyncOutputStreams() { NoteCall("ResyncOutputStreams"); }
 
