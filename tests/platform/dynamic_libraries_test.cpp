@@ -9,6 +9,10 @@
 #include <thread>
 #include <vector>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include "platform/real_os.h"
 #include "support/second_process_role.h"
 #include "support/temporary_folder.h"
@@ -70,6 +74,20 @@ TEST(DynamicLibrariesTest, WhatCanNotBeLoadedHasTheSameNumbersEverywhere) {
   EXPECT_EQ(RealDynamicLibraries().Load(folder / "absent.dll").error(), kErrorModuleNotFound);
   EXPECT_EQ(RealDynamicLibraries().Load(text).error(), kErrorNoLibrary);
   EXPECT_EQ(RealDynamicLibraries().Load(folder / "empty.dll").error(), kErrorNoLibrary);
+}
+
+TEST(DynamicLibrariesTest, OneThatWasPlantedInTheWorkingFolderIsNotFound) {
+  ASSERT_TRUE(RealDynamicLibraries().RestrictSearchPath());
+  const std::string name = std::string("planted_library") + kLibrarySuffix;
+  const test::TemporaryFolder folder;
+  std::filesystem::copy_file(TestLibrary(), folder / name);
+  const path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.path());
+  EXPECT_EQ(RealDynamicLibraries().Load(name).error(), kErrorModuleNotFound);
+#ifdef _WIN32
+  EXPECT_EQ(::LoadLibraryA(name.c_str()), nullptr) << "as the libraries of the system look for it";
+#endif
+  std::filesystem::current_path(before);
 }
 
 TEST(CallGuardedTest, EveryKindOfCrashIsSurvivedAgainAndAgain) {
