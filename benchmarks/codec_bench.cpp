@@ -51,10 +51,9 @@ struct Ours {
   }
   static flutter::EncodableValue Value(const std::string& text) { return text; }
   static std::vector<std::uint8_t> Encode(const flutter::EncodableValue& value) {
-    std::vector<std::uint8_t> bytes;
-    flutter::ByteBufferStreamWriter stream(&bytes);
+    flutter::ByteBufferStreamWriter stream;
     flutter::StandardCodecSerializer::GetInstance().WriteValue(value, stream);
-    return bytes;
+    return stream.Take();
   }
   static flutter::EncodableValue Decode(const std::vector<std::uint8_t>& bytes) {
     flutter::ByteBufferStreamReader stream(bytes);

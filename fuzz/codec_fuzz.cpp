@@ -42,9 +42,9 @@ struct HoldsNan {
 };
 
 void CheckRoundTrip(const EncodableValue& value) {
-  std::vector<std::uint8_t> bytes;
-  flutter::ByteBufferStreamWriter writer(&bytes);
+  flutter::ByteBufferStreamWriter writer;
   flutter::StandardCodecSerializer::GetInstance().WriteValue(value, writer);
+  const std::vector<std::uint8_t> bytes = writer.Take();
   flutter::ByteBufferStreamReader reader(bytes);
   const EncodableValue again = flutter::StandardCodecSerializer::GetInstance().ReadValue(reader);
   Require(!reader.failed());

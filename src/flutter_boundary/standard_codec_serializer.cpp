@@ -146,9 +146,9 @@ class ValueReader {
       return map;
     }
     for (std::size_t read = 0; read < size && !stream_.failed(); ++read) {
-      EncodableValue key = Read(enclosing + 1);
       // Keys mostly come in the order of the map, which makes its end the place to look at first.
-      map.insert_or_assign(map.end(), std::move(key), Read(enclosing + 1));
+      const auto member = map.try_emplace(map.end(), Read(enclosing + 1));
+      member->second = Read(enclosing + 1);
     }
     return map;
   }
@@ -160,6 +160,15 @@ class ValueReader {
 class ContentWriter {
  public:
   explicit ContentWriter(ByteStreamWriter& stream) : stream_(stream) {}
+
+  void Write(const EncodableValue& value) const {
+    // Nearly all values are strings, which needn't go through a visitor's table.
+    if (const auto* text = value.GetIf<std::string>()) {
+      (*this)(*text);
+    } else {
+      std::visit(*this, value.content());
+    }
+  }
 
   void operator()(std::monostate) const { WriteType(Type::kNull); }
   void operator()(bool value) const { WriteType(value ? Type::kTrue : Type::kFalse); }
@@ -177,6 +186,15 @@ class ContentWriter {
     stream_.WriteNumber(value);
   }
   void operator()(const std::string& text) const {
+    // The common case, a short text with room for it, in one step.
+    std::uint8_t* const place =
+        text.size() < kSizeIn16Bits ? stream_.TakeRoom(2 + text.size()) : nullptr;
+    if (place != nullptr) {
+      place[0] = static_cast<std::uint8_t>(Type::kString);
+      place[1] = static_cast<std::uint8_t>(text.size());
+      std::memcpy(place + 2, text.data(), text.size());
+      return;
+    }
     WriteHead(Type::kString, text.size());
     stream_.WriteBytes({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
   }
@@ -198,14 +216,14 @@ class ContentWriter {
   void operator()(const EncodableList& list) const {
     WriteHead(Type::kList, list.size());
     for (const EncodableValue& element : list) {
-      std::visit(*this, element.content());
+      Write(element);
     }
   }
   void operator()(const EncodableMap& map) const {
     WriteHead(Type::kMap, map.size());
     for (const auto& [key, value] : map) {
-      std::visit(*this, key.content());
-      std::visit(*this, value.content());
+      Write(key);
+      Write(value);
     }
   }
   void operator()(const CustomEncodableValue&) const {
@@ -261,7 +279,7 @@ EncodableValue StandardCodecSerializer::ReadValue(ByteStreamReader& stream) cons
 
 void StandardCodecSerializer::WriteValue(const EncodableValue& value,
                                          ByteStreamWriter& stream) const {
-  std::visit(ContentWriter(stream), value.content());
+  ContentWriter(stream).Write(value);
 }
 
 }  // namespace flutter

@@ -79,31 +79,28 @@ std::optional<MethodCall<EncodableValue>> StandardMethodCodec::DecodeMethodCall(
 
 std::vector<std::uint8_t> StandardMethodCodec::EncodeMethodCall(
     const MethodCall<EncodableValue>& call) const {
-  std::vector<std::uint8_t> message;
-  ByteBufferStreamWriter stream(&message);
+  ByteBufferStreamWriter stream;
   Write(EncodableValue(call.method_name()), stream);
   Write(call.arguments(), stream);
-  return message;
+  return stream.Take();
 }
 
 std::vector<std::uint8_t> StandardMethodCodec::EncodeSuccessEnvelope(
     const EncodableValue* result) const {
-  std::vector<std::uint8_t> envelope;
-  ByteBufferStreamWriter stream(&envelope);
+  ByteBufferStreamWriter stream;
   stream.WriteNumber(kSuccessEnvelope);
   WriteOrNull(result, stream);
-  return envelope;
+  return stream.Take();
 }
 
 std::vector<std::uint8_t> StandardMethodCodec::EncodeErrorEnvelope(
     const std::string& code, const std::string& message, const EncodableValue* details) const {
-  std::vector<std::uint8_t> envelope;
-  ByteBufferStreamWriter stream(&envelope);
+  ByteBufferStreamWriter stream;
   stream.WriteNumber(kErrorEnvelope);
   Write(EncodableValue(code), stream);
   Write(message.empty() ? EncodableValue() : EncodableValue(message), stream);
   WriteOrNull(details, stream);
-  return envelope;
+  return stream.Take();
 }
 
 bool StandardMethodCodec::DecodeEnvelope(std::span<const std::uint8_t> reply,

@@ -55,10 +55,9 @@ inline EncodableValue DecodeValue(const Bytes& bytes) {
 }
 
 inline Bytes EncodeValue(const EncodableValue& value) {
-  Bytes bytes;
-  ByteBufferStreamWriter stream(&bytes);
+  ByteBufferStreamWriter stream;
   StandardCodecSerializer::GetInstance().WriteValue(value, stream);
-  return bytes;
+  return stream.Take();
 }
 
 // How a failed expectation shows a value: its bytes.
