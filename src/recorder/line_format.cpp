@@ -1,5 +1,7 @@
 #include "recorder/line_format.h"
 
+#include <algorithm>
+#include <array>
 #include <string_view>
 #include <variant>
 
@@ -7,27 +9,38 @@ namespace korvane {
 
 namespace {
 
+// By byte: whether a string holds it as it is.
+constexpr auto kPlain = [] {
+  std::array<bool, 256> plain{};
+  for (std::size_t code = 0x20; code < plain.size(); ++code) {
+    plain[code] = code != '"' && code != '\\';
+  }
+  return plain;
+}();
+
 void AppendString(std::string& out, std::string_view text) {
   constexpr char kDigits[] = "0123456789abcdef";
   out += '"';
-  std::size_t copied = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto code = static_cast<unsigned char>(text[i]);
-    if (code >= 0x20 && code != '"' && code != '\\') {
-      continue;
+  auto place = text.begin();
+  while (true) {
+    const auto end = std::find_if(place, text.end(), [](char character) {
+      return !kPlain[static_cast<unsigned char>(character)];
+    });
+    out.append(place, end);
+    if (end == text.end()) {
+      break;
     }
-    out += text.substr(copied, i - copied);
-    copied = i + 1;
+    const auto code = static_cast<unsigned char>(*end);
     if (code >= 0x20) {
       out += '\\';
-      out += text[i];
+      out += *end;
     } else {
       out += "\\u00";
       out += kDigits[code >> 4];
       out += kDigits[code & 0xF];
     }
+    place = end + 1;
   }
-  out += text.substr(copied);
   out += '"';
 }
 
@@ -41,19 +54,34 @@ struct JsonWriter {
   void operator()(std::int64_t value) const { out += std::to_string(value); }
   void operator()(const std::string& text) const { AppendString(out, text); }
 
-  void operator()(const flutter::EncodableMap& map) const {
+  void operator()(const flutter::EncodableMap& map) const { WriteObject(map, {}); }
+
+  // Both maps ascend, so that one pass over the two brings their members in order.
+  void WriteObject(const flutter::EncodableMap& map, const flutter::EncodableMap& over) const {
     out += '{';
-    bool first = true;
-    for (const auto& [key, value] : map) {
-      if (!first) {
-        out += ',';
+    auto member = map.begin();
+    for (const auto& replacing : over) {
+      while (member != map.end() && member->first < replacing.first) {
+        WriteMember(*member++);
       }
-      first = false;
-      std::visit(*this, key.content());
-      out += ':';
-      std::visit(*this, value.content());
+      if (member != map.end() && !(replacing.first < member->first)) {
+        ++member;
+      }
+      WriteMember(replacing);
+    }
+    while (member != map.end()) {
+      WriteMember(*member++);
     }
     out += '}';
+  }
+
+  void WriteMember(const flutter::EncodableMap::value_type& member) const {
+    if (out.back() != '{') {
+      out += ',';
+    }
+    std::visit(*this, member.first.content());
+    out += ':';
+    std::visit(*this, member.second.content());
   }
 
   template <typename Unsupported>
@@ -70,9 +98,11 @@ std::string Serialize(const flutter::EncodableValue& value) {
   return out;
 }
 
-std::string SerializeLine(const flutter::EncodableMap& fields) {
+std::string SerializeLine(const flutter::EncodableMap& fields, const flutter::EncodableMap& over) {
+  constexpr std::size_t kUsualLine = 256;
   std::string line;
-  JsonWriter{line}(fields);
+  line.reserve(kUsualLine);
+  JsonWriter{line}.WriteObject(fields, over);
   line += '\n';
   return line;
 }

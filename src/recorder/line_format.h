@@ -16,7 +16,9 @@ namespace korvane {
 // The value as JSON. A map's keys are written like values.
 std::string Serialize(const flutter::EncodableValue& value);
 
-// The object of the fields, and the line feed.
-std::string SerializeLine(const flutter::EncodableMap& fields);
+// The object of the fields, with the members of `over` in place of those with the same key, and the
+// line feed.
+std::string SerializeLine(const flutter::EncodableMap& fields,
+                          const flutter::EncodableMap& over = {});
 
 }  // namespace korvane

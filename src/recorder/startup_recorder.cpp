@@ -93,6 +93,7 @@ void StartupRecorder::Start() {
   {
     MutexLock lock(mutex_);
     snapshot_ = InitialSnapshot(run_id.text);
+    every_line_ = {{"pid", snapshot_["pid"]}, {"run_id", snapshot_["run_id"]}};
     init_line = Build("recorder_init", {}, ElapsedMs()).line;
   }
   auto log = std::make_shared<LogFile>(init_line);
@@ -213,12 +214,11 @@ void StartupRecorder::Record(std::string_view stage, const Change& change) noexc
 }
 
 StartupRecorder::Outgoing StartupRecorder::Build(std::string_view stage,
-                                                 flutter::EncodableMap fields, std::int64_t ms) {
-  fields["ms"] = ms;
-  fields["pid"] = snapshot_["pid"];
-  fields["run_id"] = snapshot_["run_id"];
-  fields["stage"] = std::string(stage);
-  return {.line = SerializeLine(fields), .log = log_};
+                                                 const flutter::EncodableMap& fields,
+                                                 std::int64_t ms) {
+  every_line_["ms"] = ms;
+  every_line_["stage"] = std::string(stage);
+  return {.line = SerializeLine(fields, every_line_), .log = log_};
 }
 
 std::int64_t StartupRecorder::ElapsedMs() const {

@@ -81,7 +81,7 @@ class StartupRecorder {
   };
 
   void Start();
-  Outgoing Build(std::string_view stage, flutter::EncodableMap fields, std::int64_t ms)
+  Outgoing Build(std::string_view stage, const flutter::EncodableMap& fields, std::int64_t ms)
       KORVANE_REQUIRES(mutex_);
   std::int64_t ElapsedMs() const;
 
@@ -93,6 +93,8 @@ class StartupRecorder {
   const std::int64_t start_ns_;
   Mutex mutex_;
   flutter::EncodableMap snapshot_ KORVANE_GUARDED_BY(mutex_);
+  // The four members that a line has whatever its event: `ms`, `pid`, `run_id`, `stage`.
+  flutter::EncodableMap every_line_ KORVANE_GUARDED_BY(mutex_);
   std::shared_ptr<LogFile> log_ KORVANE_GUARDED_BY(mutex_);  // none once closed
 };
 

@@ -7,8 +7,8 @@
 
 #include <array>
 #include <cerrno>
+#include <span>
 #include <string_view>
-#include <vector>
 
 #include "platform/no_destructor.h"
 #include "platform/posix/file_descriptor.h"
@@ -22,7 +22,8 @@ namespace {
 
 constexpr std::uint32_t kDefaultTimeoutMs = 30'000;
 constexpr int kStatusOk = 200;
-constexpr std::size_t kReadBytes = std::size_t{64} * 1024;
+// On the stack: the engine's answers are mostly smaller, and a larger one takes more reads.
+constexpr std::size_t kReadBytes = 4096;
 
 // Target and agent as bytes. What can't stand in a request's first line is percent-encoded, as the
 // other system does it.
@@ -55,7 +56,7 @@ class PosixSession final : public LoopbackHttpSession {
       return std::nullopt;
     }
     HttpAnswer answer;
-    std::vector<char> buffer(kReadBytes);
+    std::array<char, kReadBytes> buffer;
     bool more = true;
     while (more && (answer.status() == 0 || answer.status() == kStatusOk)) {
       const std::size_t received = Receive(buffer);
@@ -96,7 +97,7 @@ class PosixSession final : public LoopbackHttpSession {
   }
 
   // How many bytes have come; 0 when none will, in time.
-  std::size_t Receive(std::vector<char>& buffer) {
+  std::size_t Receive(std::span<char> buffer) {
     for (;;) {
       const ssize_t received = recv(socket_.get(), buffer.data(), buffer.size(), 0);
       if (received >= 0) {

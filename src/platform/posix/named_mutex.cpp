@@ -158,7 +158,7 @@ WaitOutcome SharedMutex::Wait(std::uint32_t milliseconds) {
 }
 
 void SharedMutex::NoteAcquisition(bool abandoned) {
-  const pid_t thread = gettid();
+  const std::thread::id thread = std::this_thread::get_id();
   const bool again = owner_ == thread && !abandoned;
   owner_ = thread;
   held_ = again ? held_ + 1 : 1;
@@ -166,12 +166,12 @@ void SharedMutex::NoteAcquisition(bool abandoned) {
 
 void SharedMutex::NoteRelease() {
   if (--held_ == 0) {
-    owner_ = 0;
+    owner_ = std::thread::id();
   }
 }
 
 Status SharedMutex::Release() {
-  if (owner_ != gettid()) {
+  if (owner_ != std::this_thread::get_id()) {
     return Status::Fail(kErrorNotOwner);
   }
   NoteRelease();  // first: afterwards somebody else may own it

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "platform/kernel_objects.h"
 #include "platform/posix/file_descriptor.h"
@@ -44,7 +45,7 @@ class SharedMutex {
   pthread_mutex_t* mutex_;
   // What this process knows of its own ownership: the thread and its acquisitions. Written by the
   // owner alone. A thread that died as the owner stays noted here until the next of this process.
-  std::atomic<pid_t> owner_{0};
+  std::atomic<std::thread::id> owner_{};
   std::atomic<int> held_{0};
 };
 
