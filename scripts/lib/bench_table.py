@@ -2,8 +2,9 @@
 
 usage: bench_table.py FOLDER
 
-FOLDER holds *.json of Google Benchmark, each with repetitions, of which the median counts, and
-instructions.json with instructions per byte by name. A row is read in its columns: what we take,
+FOLDER holds bench_*.json of Google Benchmark, each with repetitions, of which the median counts,
+instructions.json with instructions per byte by name, and program.json with the size of korvane.exe
+and the number of libraries that it imports. A row is read in its columns: what we take,
 what the peer takes, what can't be undercut, ours against the peer, and whether the target is met.
 """
 
@@ -67,6 +68,9 @@ COUNTS = [
     ("JSON document of 200 KB, heap per byte", "json/ours/200000", "heap_per_byte", 9.5),
     ("JSON document of 5 MB, heap per byte", "json/ours/5000000", "heap_per_byte", 9.5),
     ("Loopback GET, most heap, bytes", "loopback_get/ours", "peak_bytes", 2048),
+    ("korvane.exe, stripped, bytes", "program", "bytes", 2_500_000),
+    # Fourteen of the system, the interface's library and its eight plug-ins.
+    ("korvane.exe, imported libraries", "program", "libraries", 23),
 ]
 
 
@@ -116,7 +120,7 @@ def time_row(runs, what, names, target, check):
 
 def count_row(counts, what, group, counter, most):
     value = counts.get(group, {}).get(counter)
-    shown = "" if value is None else f"{value:.4g}"
+    shown = "" if value is None else f"{value:,}" if isinstance(value, int) else f"{value:.4g}"
     word = "not measured" if value is None else verdict(value <= most)
     return [what, shown, "", "", "", "", f"<= {most}", word]
 
@@ -124,10 +128,11 @@ def count_row(counts, what, group, counter, most):
 def main():
     folder = pathlib.Path(sys.argv[1])
     runs = read_runs(folder)
-    instructions = folder / "instructions.json"
     counts = dict(runs)
-    if instructions.exists():
-        counts["instructions"] = json.loads(instructions.read_text())
+    for group in ("instructions", "program"):
+        path = folder / f"{group}.json"
+        if path.exists():
+            counts[group] = json.loads(path.read_text())
     table = [["What", "Ours", "Peer", "Limit", "Peer/ours", "Ours/limit", "Target", "Met"]]
     table.append(["---"] * len(table[0]))
     table += [time_row(runs, row[0], row[1:4], *row[4:]) for row in ROWS]
