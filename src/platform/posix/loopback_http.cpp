@@ -75,13 +75,10 @@ class PosixSession final : public LoopbackHttpSession {
     if (!socket_) {
       return false;
     }
-    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-      return true;
-    }
-    int error = 0;
-    socklen_t size = sizeof(error);
-    return errno == EINPROGRESS && Wait(POLLOUT) &&
-           getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+    // A connection that is still on its way is waited for where the request is sent.
+    return connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) ==
+               0 ||
+           errno == EINPROGRESS;
   }
 
   bool Send(std::string_view bytes) {
