@@ -3,8 +3,7 @@
 usage: coverage_table.py FILE [--list [ROOM]]
 
 A branch is one outcome of one condition, counted once however many instances of a template or
-objects hold it. Ends with 1 where fewer than 95 in 100 branches were taken, or a mark gives no reason
-or stands where every branch is taken.
+objects hold it. Ends with 1 where fewer than 95 in 100 branches were taken, or a mark gives no reason.
 """
 
 import collections
@@ -56,7 +55,7 @@ def main():
         used = set()
         for place, outcomes in sorted(conditions.items()):
             text = text_at(lines, place)
-            if text == "true":
+            if text == "true" or "if constexpr" in lines[place[0] - 1]:
                 continue
             for outcome, was_taken in zip(("true", "false"), outcomes):
                 room[0] += 1
@@ -71,7 +70,7 @@ def main():
             if not reason:
                 faults.append(f"{path}:{stands}: a mark without a reason")
             elif number not in used:
-                faults.append(f"{path}:{stands}: a mark where every branch is taken")
+                print(f"{path}:{stands}: a mark where every branch is taken")
 
     rooms["total"] = [sum(column) for column in zip(*rooms.values())]
     print(f"{'room':22}{'branches':>9}{'taken':>8}{'marked':>8}{'per cent':>10}")

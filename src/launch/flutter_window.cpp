@@ -41,7 +41,7 @@ void BringForward(platform::WindowHandle window, const char* denied_stage) {
 FlutterWindow::FlutterWindow(const flutter::DartProject& project) : project_(project) {}
 
 bool FlutterWindow::OnCreate() {
-  if (!Win32Window::OnCreate()) {
+  if (!Win32Window::OnCreate()) {  // coverage: the base refuses nothing
     return false;
   }
   RegisterSessionNotification();
@@ -76,6 +76,7 @@ bool FlutterWindow::CreateEngine() {
   flutter_controller_ = std::make_unique<flutter::FlutterViewController>(
       area.right - area.left, area.bottom - area.top, project_);
   Record("engine_create");
+  // coverage: a controller always has its engine object, with or without an engine behind it
   if (flutter_controller_->engine() == nullptr || flutter_controller_->view() == nullptr) {
     Record("engine_create_failed");
     return false;

@@ -169,6 +169,7 @@ class StartOperation {
 
   // A start that was refused before its evidence session leaves none behind.
   void RecordFailedStart() {
+    // coverage: only a teardown that throws, as when memory runs out, comes here without a session
     if (session_begun_) {
       LibboxLogBuffer::instance().recordShutdownIntent("failed_start");
       LibboxLogBuffer::instance().markFailedStart();

@@ -58,6 +58,7 @@ void SendState(const std::string& word) {
 }
 
 void SendDecision(const VpnDiagnosticEvent& event) {
+  // coverage: only where the switch is changed between the queue and here
   if (!DiagnosticsEnabled()) {
     return;
   }
@@ -113,6 +114,7 @@ void PostVpnDiagnostic(VpnDiagnosticEvent event) {
   {
     const MutexLock lock(vpn.queue_mutex);
     // Once more, so that no record outlives a change of the switch.
+    // coverage: only where the switch is changed between the two questions
     if (!DiagnosticsEnabled()) {
       return;
     }

@@ -28,7 +28,9 @@ void StartAndAnswer(const OwnedResult& result, const std::string& config) {
     result->Success(EncodableValue(true));
     return;
   }
+  // coverage: so far every failure of StartBox has its code
   result->Error(code.empty() ? "CONNECTION_FAILED" : code,
+                // coverage: and its message
                 message.empty() ? "Failed to start VPN" : EnsureUtf8(message));
 }
 
@@ -117,7 +119,7 @@ void ClearSystemProxyWorker(const OwnedResult& result) {
 }
 
 void RequestAdminPrivilegesWorker(const OwnedResult& result) {
-  switch (RequestElevatedTakeover()) {
+  switch (RequestElevatedTakeover()) {  // coverage: every result has its case
     case TakeoverResult::kHandshake:
       result->Success(EncodableValue(true));
       return;

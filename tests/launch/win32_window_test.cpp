@@ -226,6 +226,10 @@ TEST_F(Win32WindowTest, EverythingElseIsTheSystems) {
   CreateQuietly();
   EXPECT_EQ(Send(platform::kWmClose, 1, 2), 77);
   EXPECT_THAT(Calls(), ElementsAre("DefaultProcedure(main, 0x10)"));
+  // As ahead of WM_NCCREATE, when the window knows of no object yet.
+  machine_.windows.SetUserData(window_->GetHandle(), nullptr);
+  EXPECT_EQ(Send(platform::kWmSize), 77);
+  machine_.windows.SetUserData(window_->GetHandle(), window_.get());
 }
 
 struct ThemeRow {

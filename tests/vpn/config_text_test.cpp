@@ -71,6 +71,7 @@ TEST(ConfigText, CollisionNeedsBothItsParts) {
       {"configure tun interface: access denied", false},
       {"file already exists", false},
       {"configure  tun interface: already exists", false},
+      {"configure tun interface: file already exists", true},
       {"", false},
   };
   for (const auto& row : rows) {

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/os.h"
@@ -111,13 +112,13 @@ TEST_F(ConnectTest, RefusedProxyIsAWarningAndTheTunnelRuns) {
   EXPECT_TRUE(IsVpnConnected());
 }
 
-// Each way in which a start fails: what the interface hears, and what is left.
 TEST_F(ConnectTest, AnswerIsTextWhateverTheEngineSaid) {
   FakeEngine::Get().on_new = [](const std::string&) { return 0; };
   FakeEngine::Get().last_error = R"(bad \u00e9)";  // undone by the filter, to one byte
   EXPECT_EQ(Load(ProxyConfig()).message, "Failed to create sing-box service: bad \xC3\xA9");
 }
 
+// Each way in which a start fails: what the interface hears, and what is left.
 struct FailureRow {
   const char* why;
   std::function<void(FakeEngine&)> engine;
@@ -199,6 +200,15 @@ TEST_F(ConnectTest, EngineFailuresAreToldThreeWays) {
        {"[ERROR] Failed to start sing-box service, error code: 7",
         "[ERROR] sing-box error: Unknown error", "[ERROR] Exception in StartBox: x"},
        {"crash output ''", "new", "start 1", "close 1"}},
+      {"no start and no way to close",
+       [](FakeEngine& engine) {
+         engine.on_start = [](std::uint64_t) { return 7; };
+         vpn_state().engine.singbox_close_service = nullptr;
+       },
+       "Failed to start sing-box service: Unknown error",
+       {"[ERROR] Failed to start sing-box service, error code: 7",
+        "[ERROR] sing-box error: Unknown error"},
+       {"crash output ''", "new", "start 1"}},
   };
   for (const FailureRow& row : rows) {
     FakeEngine& engine = FakeEngine::Get();
@@ -273,13 +283,30 @@ TEST_F(ConnectTest, RefusalsBeforeTheTeardownSayWhatIsWrong) {
   EXPECT_FALSE(StartBox(ProxyConfig(), nullptr, nullptr));
   vpn_state().core_integrity_failed = false;
 
-  vpn_state().engine.singbox_start_service = nullptr;
+  EngineTable& engine = vpn_state().engine;
+  auto* const start = std::exchange(engine.singbox_start_service, nullptr);
   errors.Clear();
   EXPECT_FALSE(StartBox(ProxyConfig(), &code, &message));
   EXPECT_EQ(code + ": " + message, "CONNECTION_FAILED: DLL functions not loaded");
   EXPECT_THAT(Lines(), ElementsAre("[ERROR] DLL functions not loaded", "  singbox_new_service_: OK",
                                    "  singbox_start_service_: NULL"));
+  engine.singbox_start_service = start;
+  engine.singbox_new_service = nullptr;
+  EXPECT_FALSE(StartBox(ProxyConfig(), &code, &message));
+  EXPECT_THAT(Lines(), ElementsAre("[ERROR] DLL functions not loaded",
+                                   "  singbox_new_service_: NULL", "  singbox_start_service_: OK"));
   EXPECT_THAT(journal.Take(), IsEmpty());
+}
+
+TEST_F(ConnectTest, SavingTakesAValidTextAndTheTextThatIsThere) {
+  errors.Clear();
+  EXPECT_FALSE(SaveVPNPreference("{}"));
+  EXPECT_THAT(Lines(), ElementsAre("[ERROR] SaveVPNPreference: Config validation failed!"));
+  EXPECT_EQ(RunningConfig(), "");
+  const RecursiveMutexLock lock(vpn_state().lifecycle_mutex);
+  vpn_state().config_text = ProxyConfig();
+  EXPECT_TRUE(SaveVPNPreference(vpn_state().config_text));
+  EXPECT_EQ(LoadVpnConfigFile(), ProxyConfig());
 }
 
 TEST_F(ConnectTest, UnwritableStoreIsAStorageError) {
@@ -348,11 +375,14 @@ TEST_F(ConnectTest, NoRetryWithoutATunNameToChange) {
       {"no name in the text", TunConfig(""), {350}, "1"},
       {"no tunnel of that kind", ProxyConfig(), {350}, "1"},
       {"twice in a row", TunConfig(), {350, 350, 500}, "2"},
+      {"another fault", TunConfig(), {350, 350, 500, 350}, "2"},
   };
   for (const auto& row : rows) {
+    if (std::string_view(row.why) == "another fault") {
+      engine.last_error = "configure tun interface: denied";
+    }
     const Answer answer = Load(row.config);
-    EXPECT_EQ(answer.message,
-              "Failed to start sing-box service: configure tun interface: already exists")
+    EXPECT_EQ(answer.message, std::string("Failed to start sing-box service: ") + engine.last_error)
         << row.why;
     EXPECT_EQ(clock.waits(), row.waits) << row.why;
     EXPECT_EQ(std::to_string(vpn_state().tun_name_counter), row.counter) << row.why;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/os.h"
+#include "support/fake_process.h"
 #include "vpn/engine_signature.h"
 #include "vpn/tunnel_fixture.h"
 #include "vpn/vpn_state.h"
@@ -70,29 +71,56 @@ TEST_F(EngineBindingTest, StandardErrorThatCantBeSilencedMeansNoEngine) {
 }
 
 TEST_F(EngineBindingTest, MissingExportsAreToldAndTheRestStaysBound) {
+  for (const std::string missing :
+       {"singbox_new_service", "singbox_start_service", "singbox_close_service",
+        "singbox_get_version", "singbox_get_last_error", "singbox_free_string"}) {
+    libraries.missing_exports = {missing};
+    EXPECT_FALSE(LoadEngine()) << missing;
+    EXPECT_THAT(Lines(),
+                ElementsAre("[ERROR] Failed to get all required function pointers from DLL"));
+    const EngineTable& engine = vpn_state().engine;
+    EXPECT_NE(engine.module, nullptr) << missing;
+    EXPECT_EQ(engine.singbox_new_service == nullptr, missing == "singbox_new_service");
+    EXPECT_EQ(engine.singbox_start_service == nullptr, missing == "singbox_start_service");
+  }
+  // What is left of a table without a way to free: no text is lost, and nothing is called.
+  EXPECT_EQ(ReadCoreVersion(), "1.11.0");
+  EXPECT_THAT(Lines(), ElementsAre("[WARNING] singbox_free_string crashed while freeing core "
+                                   "version buffer"));
+  FakeEngine::Get().last_error = "words";
+  EXPECT_EQ(ReadEngineError(vpn_state().engine), "words");
+  libraries.missing_exports = {"singbox_get_last_error"};
+  EXPECT_FALSE(LoadEngine());
+  EXPECT_EQ(ReadEngineError(vpn_state().engine), std::nullopt);
+  Lines();
+  libraries.missing_exports = {"singbox_set_crash_output"};
+  EXPECT_TRUE(LoadEngine());
+  EXPECT_THAT(Lines(), ElementsAre("[DIAG] singbox_set_crash_output not exported by this core "
+                                   "\u2014 crash output unsupported (continuing)"));
+}
+
+TEST_F(EngineBindingTest, PathThatTellsNoFolderMeansNoEngine) {
+  CallJournal calls;
+  FakeProcess process(calls);
+  platform::Os os = platform::os();
+  os.process = &process;
+  const platform::ScopedOs in_force(os);
+  using Path = platform::Result<platform::ExecutablePath>;
   const struct {
-    const char* missing;
-    bool loaded;
-    std::vector<std::string> lines;
+    Path path;
+    const char* line;
   } rows[] = {
-      {"singbox_set_crash_output",
-       true,
-       {"[DIAG] singbox_set_crash_output not exported by this core \u2014 crash output unsupported "
-        "(continuing)"}},
-      {"singbox_close_service",
-       false,
-       {"[ERROR] Failed to get all required function pointers from DLL"}},
-      {"singbox_get_last_error",
-       false,
-       {"[ERROR] Failed to get all required function pointers from DLL"}},
+      {Path::Fail(8), "Failed to resolve korvane.exe path. Error: 8"},
+      {Path({.path = L"C:\\a\\korvane.exe", .truncated = true, .error = 122}),
+       "Failed to resolve korvane.exe path. Error: 122"},
+      {Path({.path = L"korvane.exe"}), "Failed to resolve korvane.exe directory from: korvane.exe"},
   };
   for (const auto& row : rows) {
-    libraries.missing_exports = {row.missing};
-    EXPECT_EQ(LoadEngine(), row.loaded) << row.missing;
-    EXPECT_EQ(Lines(), row.lines) << row.missing;
-    EXPECT_NE(vpn_state().engine.module, nullptr) << row.missing;
-    EXPECT_NE(vpn_state().engine.singbox_new_service, nullptr) << row.missing;
+    process.executable = row.path;
+    EXPECT_FALSE(LoadEngine());
+    EXPECT_THAT(Lines(), ElementsAre(row.line));
   }
+  EXPECT_THAT(libraries.loads, IsEmpty());
 }
 
 TEST_F(EngineBindingTest, VersionIsAWordWhateverTheEngineDoes) {
@@ -193,11 +221,17 @@ TEST_F(EngineBindingTest, SignatureIsAuditedAndTheFileIsLoadedAllTheSame) {
        true,
        {"[SECURITY] CryptQueryObject failed for sing-box.dll (error 2148081673)", audit}},
       {"no certificate", 0, {right, L""}, false, false, {audit}},
+      {"a certificate that tells no thumbprint", 0, {right, L""}, false, true, {audit}},
+      {"a certificate that tells no name", 0, {L"", L"Else"}, false, true, {audit}},
   };
   for (const auto& row : rows) {
     trust.status = row.status;
     trust.query_fails = row.query_fails;
     trust.has_certificate = row.has_certificate;
+    if (std::string_view(row.why).starts_with("a certificate")) {
+      trust.thumbprint.reset();
+      trust.display_name.reset();
+    }
     libraries.loads.clear();
     EXPECT_TRUE(VerifyAndLoadEngineFile(path, row.pin)) << row.why;
     EXPECT_EQ(Lines(), row.lines) << row.why;

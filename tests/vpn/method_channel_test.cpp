@@ -2,12 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/os.h"
-#include "vpn/config_text.h"
+#include "support/fake_kernel_objects.h"
+#include "support/fake_window_system.h"
+#include "system/elevation_takeover.h"
 #include "vpn/tunnel_fixture.h"
 #include "vpn/vpn_state.h"
 
@@ -165,10 +168,40 @@ TEST_F(MethodChannelTest, AutostartGoesThroughTheTaskScheduler) {
   EXPECT_EQ(Call("disableElevatedAutostart").message, "Failed to disable elevated autostart");
 }
 
-TEST_F(MethodChannelTest, DeclinedElevationKeepsTheProcessAndSaysSo) {
-  const Answer answer = Call("requestAdminPrivileges");
-  EXPECT_EQ(answer.code + ": " + answer.message, "USER_CANCELLED: Elevation cancelled by user");
-  EXPECT_FALSE(answer.on_window_thread);
+TEST_F(MethodChannelTest, ElevationIsAnsweredAsItEnded) {
+  FakeKernelObjects objects(journal);
+  FakeWindowSystem windows(journal);
+  platform::Os os = platform::os();
+  os.kernel_objects = &objects;
+  os.windows = &windows;
+  const platform::ScopedOs in_force(os);
+  SetTakeoverWindow(windows.AddNamed("main"));
+  const platform::WaitOutcome signalled{0, 0};
+  const platform::WaitOutcome ended{1, 0};
+  const platform::WaitOutcome late{platform::kWaitTimeout, 0};
+  const struct {
+    platform::ErrorCode launch_error;
+    platform::WaitOutcome outcome;
+    std::uint32_t exit_code;
+    const char* answer;
+  } rows[] = {
+      {platform::kErrorCancelled, {}, 0, "USER_CANCELLED: Elevation cancelled by user"},
+      {5, {}, 0, "ELEVATION_FAILED: Failed to launch elevated process"},
+      {0, late, 0, "TAKEOVER_TIMEOUT: Timed out waiting for elevated process"},
+      {0, ended, 3, "CHILD_DIED: Elevated process exited before handshake"},
+      {0, ended, kTakeoverRefusalExitCode,
+       "ELEVATED_AS_DIFFERENT_USER: Elevation completed under a different user"},
+      {0, signalled, 0, ": "},
+  };
+  for (const auto& row : rows) {
+    elevation.launch_error = row.launch_error;
+    elevation.exit_code = row.exit_code;
+    objects.wait_any_outcome = row.outcome;
+    const Answer answer = Call("requestAdminPrivileges");
+    EXPECT_EQ(answer.code + ": " + answer.message, row.answer);
+    EXPECT_EQ(answer.kind, answer.code.empty() ? "success" : "error") << row.answer;
+    EXPECT_FALSE(answer.on_window_thread) << row.answer;
+  }
 }
 
 // Every method with every kind of argument: one reply each, whatever happens.
@@ -195,48 +228,21 @@ TEST_F(MethodChannelTest, AnythingSentIsAnsweredExactlyOnce) {
                    {"timeout", 1.5},
                    {"selectorTag", false}},
   };
-  const char* const methods[] = {"loadVPNPreference",
-                                 "doConnectVpn",
-                                 "stopVPN",
-                                 "isRunning",
-                                 "getStatus",
-                                 "getCoreVersion",
-                                 "refreshVPNStatus",
-                                 "isobtainedNecessaryPermissions",
-                                 "enableAutoReconnect",
-                                 "disableAutoReconnect",
-                                 "getOnDemandStatus",
-                                 "isBatteryOptimizationIgnored",
-                                 "requestBatteryOptimizationExemption",
-                                 "isAlwaysOnVpnEnabled",
-                                 "openVpnSettings",
-                                 "disconnectForNodeSwitching",
-                                 "connectForNodeSwitching",
-                                 "restoreUserAutoReconnectPreference",
-                                 "checkForStuckState",
-                                 "getWindowsDiagnosticsEnabled",
-                                 "getWindowsDiagnosticsFailure",
-                                 "setWindowsDiagnosticsEnabled",
-                                 "checkForCrashLogs",
-                                 "importPendingIncidents",
-                                 "getPendingIncidents",
-                                 "acknowledgeIncident",
-                                 "recordShutdownIntent",
-                                 "clearShutdownIntent",
-                                 "getLibboxLogPath",
-                                 "getAppGroupDirectory",
-                                 "checkAdminPrivileges",
-                                 "getWindowsRuntimeDiagnostics",
-                                 "requestAdminPrivileges",
-                                 "isElevatedAutostartEnabled",
-                                 "enableElevatedAutostart",
-                                 "disableElevatedAutostart",
-                                 "clearSystemProxy",
-                                 "getAutoSelectorInfo",
-                                 "performUrlTest",
-                                 "unknown"};
+  std::istringstream methods(
+      "loadVPNPreference doConnectVpn stopVPN isRunning getStatus getCoreVersion "
+      "refreshVPNStatus isobtainedNecessaryPermissions enableAutoReconnect "
+      "disableAutoReconnect getOnDemandStatus isBatteryOptimizationIgnored "
+      "requestBatteryOptimizationExemption isAlwaysOnVpnEnabled openVpnSettings "
+      "disconnectForNodeSwitching connectForNodeSwitching restoreUserAutoReconnectPreference "
+      "checkForStuckState getWindowsDiagnosticsEnabled getWindowsDiagnosticsFailure "
+      "setWindowsDiagnosticsEnabled checkForCrashLogs importPendingIncidents "
+      "getPendingIncidents acknowledgeIncident recordShutdownIntent clearShutdownIntent "
+      "getLibboxLogPath getAppGroupDirectory checkAdminPrivileges "
+      "getWindowsRuntimeDiagnostics requestAdminPrivileges isElevatedAutostartEnabled "
+      "enableElevatedAutostart disableElevatedAutostart clearSystemProxy getAutoSelectorInfo "
+      "performUrlTest unknown");
   std::vector<int> deliveries;
-  for (const char* method : methods) {
+  for (std::string method; methods >> method;) {
     for (const EncodableValue& value : values) {
       deliveries.push_back(dart.Deliver(kVpnChannel, method, value));
     }

@@ -101,13 +101,22 @@ class FakeProxySettings : public platform::ProxySettings {
 class FakeElevation : public platform::Elevation {
  public:
   std::atomic<bool> administrator{false};
+  // Of a launch: its error, or 0 and what the child will have ended with.
+  platform::ErrorCode launch_error = platform::kErrorCancelled;
+  std::uint32_t exit_code = 0;
+
   bool IsAdministrator() override { return administrator; }
   std::wstring UserSid() override { return L"S-1-5-21-1"; }
   platform::Result<platform::KernelHandle> LaunchElevated(const std::wstring&,
                                                           const std::wstring&) override {
-    return platform::Result<platform::KernelHandle>::Fail(platform::kErrorCancelled);
+    if (launch_error != 0) {
+      return platform::Result<platform::KernelHandle>::Fail(launch_error);
+    }
+    return platform::KernelHandle();
   }
-  platform::Result<std::uint32_t> ExitCode(const platform::KernelHandle&) override { return 0U; }
+  platform::Result<std::uint32_t> ExitCode(const platform::KernelHandle&) override {
+    return exit_code;
+  }
 };
 
 class FakeScheduledCommand : public platform::ScheduledCommand {

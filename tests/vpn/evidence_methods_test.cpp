@@ -1,0 +1,108 @@
+// The evidence's methods: what they carry to the interface, and what they answer when the disk or
+// the registry refuses.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "diagnostics_evidence/libbox_log_buffer.h"
+#include "vpn/disconnect_path.h"
+#include "vpn/tunnel_fixture.h"
+#include "vpn/vpn_event_stream.h"
+
+namespace korvane::test {
+namespace {
+
+using flutter::EncodableList;
+using flutter::EncodableMap;
+using flutter::EncodableValue;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+class EvidenceMethodsTest : public TunnelTest {
+ protected:
+  Answer Switch(bool enabled) {
+    return Call("setWindowsDiagnosticsEnabled", EncodableMap{{"enabled", enabled}});
+  }
+  EncodableMap NewestIncident() {
+    const Answer answer = Call("getPendingIncidents");
+    const auto* archive = answer.value.GetIf<EncodableMap>();
+    const auto* rows =
+        archive == nullptr ? nullptr : flutter::FindIf<EncodableList>(*archive, "incidents");
+    return rows == nullptr || rows->empty() ? EncodableMap() : *rows->front().GetIf<EncodableMap>();
+  }
+};
+
+TEST_F(EvidenceMethodsTest, EndOfTheLastProcessIsListedWhole) {
+  // Another process, which ended with its engine's close refused.
+  LibboxLogBuffer earlier;
+  ASSERT_TRUE(earlier.setWindowsDiagnosticsEnabled(true, nullptr));
+  earlier.beginSession();
+  earlier.recordShutdownIntent("user_disconnect");
+  earlier.recordCloseResult(earlier.currentSessionId(), false, 5, "busy");
+  Register();
+  EXPECT_EQ(Call("importPendingIncidents").value, EncodableValue(true));
+  const EncodableMap incident = NewestIncident();
+  EXPECT_EQ(incident.size(), 26U);
+  EXPECT_EQ(*flutter::FindIf<std::string>(incident, "sessionId"), earlier.currentSessionId());
+  EXPECT_EQ(*flutter::FindIf<std::int32_t>(incident, "closeCode"), 5);
+  EXPECT_EQ(*flutter::FindIf<std::string>(incident, "closeError"), "busy");
+  EXPECT_EQ(Call("importPendingIncidents").value, EncodableValue(false)) << "nothing more to do";
+}
+
+TEST_F(EvidenceMethodsTest, UnexplainedEndIsReportedOnce) {
+  LibboxLogBuffer earlier;
+  ASSERT_TRUE(earlier.setWindowsDiagnosticsEnabled(true, nullptr));
+  earlier.beginSession();
+  earlier.recordBreadcrumb("last words", /*throttled=*/false);
+  Register();
+  Call("importPendingIncidents");
+  EXPECT_TRUE(flutter::Find(NewestIncident(), "closeCode")->IsNull());
+  const Answer answer = Call("checkForCrashLogs");
+  const auto* summary = answer.value.GetIf<EncodableMap>();
+  ASSERT_NE(summary, nullptr);
+  EXPECT_THAT(*flutter::FindIf<std::string>(*summary, "summary"), HasSubstr("last words"));
+  EXPECT_EQ(summary->size(), 3U);
+  EXPECT_TRUE(Call("checkForCrashLogs").value.IsNull());
+}
+
+TEST_F(EvidenceMethodsTest, SwitchGivesARunningTunnelItsSession) {
+  Register();
+  Call("loadVPNPreference", EncodableMap{{"config", ProxyConfig()}});
+  EXPECT_THAT(LibboxLogBuffer::instance().currentSessionId(), IsEmpty());
+  EXPECT_EQ(Switch(true).value, EncodableValue(true));
+  const std::string session = LibboxLogBuffer::instance().currentSessionId();
+  EXPECT_THAT(session, Not(IsEmpty()));
+  EXPECT_EQ(Switch(true).value, EncodableValue(true));
+  EXPECT_EQ(LibboxLogBuffer::instance().currentSessionId(), session);
+  dart.Heard();
+  Call("refreshVPNStatus");
+  EXPECT_THAT(dart.Heard(), ElementsAre("onVPNStateChanged vpn_connected"))
+      << "what agrees with the truth is no decision to tell";
+  StopBoxInternal(/*disable_proxy=*/true, "no such reason");
+  EXPECT_THAT(ReadBytes(folder / "Korvane" / "libbox_shutdown_record.json").value_or(""),
+              HasSubstr(R"("unknown")"));
+  EXPECT_EQ(Call("getWindowsDiagnosticsEnabled").value, EncodableValue(true));
+  EXPECT_EQ(Switch(false).value, EncodableValue(false));
+  dart.Heard();
+  PostVpnDiagnostic({.component = "late", .decision = "x"});
+  EXPECT_THAT(dart.Heard(), IsEmpty()) << "no decision while capture is off";
+}
+
+TEST_F(EvidenceMethodsTest, RefusalsOfDiskAndRegistryAreAnswered) {
+  Register();
+  ASSERT_EQ(Switch(true).value, EncodableValue(true));
+  std::filesystem::remove_all(folder / "Korvane" / "incidents");
+  WriteBytes(folder / "Korvane" / "incidents", "a file where the archive should be");
+  EXPECT_EQ(Call("getPendingIncidents").code, "ARCHIVE_UNREADABLE");
+  EXPECT_EQ(Call("importPendingIncidents").code, "IMPORT_FAILED");
+  settings.Deny(platform::RegistryHive::kCurrentUser, L"Software\\Korvane");
+  const Answer refused = Switch(true);
+  EXPECT_EQ(refused.code, "DIAGNOSTICS_PREFERENCE_FAILED");
+  EXPECT_THAT(refused.message, Not(IsEmpty()));
+}
+
+}  // namespace
+}  // namespace korvane::test
