@@ -218,13 +218,5 @@ TEST_F(ClashApi, AnyBodyIsAReachableApi) {
   EXPECT_FALSE(ProbeClashApiReachable(0));
 }
 
-// The probe's URL stands in a query as it is.
-TEST(DefaultProbeUrl, EndsNoQuery) {
-  const std::string url = kDefaultProbeUrl;
-  EXPECT_TRUE(url.starts_with("http://")) << url;
-  EXPECT_TRUE(url.ends_with("/generate_204")) << url;
-  EXPECT_EQ(url.find_first_of("&#? "), std::string::npos) << url;
-}
-
 }  // namespace
 }  // namespace korvane::test

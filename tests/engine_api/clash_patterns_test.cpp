@@ -7,6 +7,7 @@
 #include <optional>
 #include <random>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -68,30 +69,10 @@ class Texts {
   explicit Texts(unsigned seed) : random_(seed) {}
 
   std::string Next(const std::vector<std::string>& words) {
-    static const std::vector<std::string> kPieces = {"\"",
-                                                     "\"",
-                                                     "\"",
-                                                     ":",
-                                                     ":",
-                                                     ":",
-                                                     " ",
-                                                     "\n",
-                                                     "\t",
-                                                     "\v\f\r",
-                                                     "\xa0",
-                                                     "\x80\xff",
-                                                     std::string(1, '\0'),
-                                                     "0",
-                                                     "7",
-                                                     "42",
-                                                     "-",
-                                                     "-5",
-                                                     "+1",
-                                                     "node_",
-                                                     "x",
-                                                     "{",
-                                                     ",",
-                                                     "\\\""};
+    // Those that stand here more than once are wanted more often.
+    static const std::vector<std::string> kPieces =
+        Split(std::string("\"|\"|\"|:|:|:| |\n|\t|\v\f\r|\xa0|\x80\xff|") + '\0' +
+              "|0|7|42|-|-5|+1|node_|x|{|,|\\\"");
     std::string text;
     for (std::size_t left = 1 + random_() % 24; left > 0; --left) {
       const bool word = random_() % 3 == 0;
@@ -101,6 +82,15 @@ class Texts {
   }
 
  private:
+  static std::vector<std::string> Split(const std::string& text) {
+    std::vector<std::string> pieces;
+    std::istringstream stream(text);
+    for (std::string piece; std::getline(stream, piece, '|');) {
+      pieces.push_back(piece);
+    }
+    return pieces;
+  }
+
   std::mt19937 random_;
 };
 

@@ -41,57 +41,24 @@ TEST(LaunchDecision, TheCreatedMutexDecidesOrAsksForAWait) {
     platform::ErrorCode code;
     Expected expected;
   };
+  const Expected owned = {LaunchStep::kPrimary, true, 0, "mutex", AlreadyExists(false)};
+  const auto waits = [](std::uint32_t ms) {
+    return Expected{LaunchStep::kWait, false, ms, "mutex", AlreadyExists(true)};
+  };
+  const auto without = [](std::int64_t error) {
+    return Expected{LaunchStep::kPrimary, false, 0, "mutex_create_failed", OsError(error)};
+  };
   const Row rows[] = {
-      {"a new mutex is owned",
-       kPlain,
-       true,
-       0,
-       {LaunchStep::kPrimary, true, 0, "mutex", AlreadyExists(false)}},
-      {"a restart that meets nobody doesn't wait",
-       kRestart,
-       true,
-       0,
-       {LaunchStep::kPrimary, true, 0, "mutex", AlreadyExists(false)}},
-      {"any code but the one counts as new",
-       kPlain,
-       true,
-       5,
-       {LaunchStep::kPrimary, true, 0, "mutex", AlreadyExists(false)}},
-      {"no mutex, and a window all the same",
-       kPlain,
-       false,
-       5,
-       {LaunchStep::kPrimary, false, 0, "mutex_create_failed", OsError(5)}},
-      {"without a handle its code means nothing else",
-       kTakeover,
-       false,
-       183,
-       {LaunchStep::kPrimary, false, 0, "mutex_create_failed", OsError(183)}},
-      {"a plain second start waits for nothing, but waits",
-       kPlain,
-       true,
-       183,
-       {LaunchStep::kWait, false, 0, "mutex", AlreadyExists(true)}},
-      {"so does one from the batch file",
-       kShim,
-       true,
-       183,
-       {LaunchStep::kWait, false, 0, "mutex", AlreadyExists(true)}},
-      {"a restart gives the former process time",
-       kRestart,
-       true,
-       183,
-       {LaunchStep::kWait, false, 6000, "mutex", AlreadyExists(true)}},
-      {"a takeover's child more",
-       kTakeover,
-       true,
-       183,
-       {LaunchStep::kWait, false, 30000, "mutex", AlreadyExists(true)}},
-      {"and the takeover wins",
-       kBoth,
-       true,
-       183,
-       {LaunchStep::kWait, false, 30000, "mutex", AlreadyExists(true)}},
+      {"a new mutex is owned", kPlain, true, 0, owned},
+      {"a restart that meets nobody doesn't wait", kRestart, true, 0, owned},
+      {"any code but the one counts as new", kPlain, true, 5, owned},
+      {"no mutex, and a window all the same", kPlain, false, 5, without(5)},
+      {"without a handle its code means nothing else", kTakeover, false, 183, without(183)},
+      {"a plain second start waits for nothing, but waits", kPlain, true, 183, waits(0)},
+      {"so does one from the batch file", kShim, true, 183, waits(0)},
+      {"a restart gives the former process time", kRestart, true, 183, waits(6000)},
+      {"a takeover's child more", kTakeover, true, 183, waits(30000)},
+      {"and the takeover wins", kBoth, true, 183, waits(30000)},
   };
   for (const Row& row : rows) {
     ExpectDecision(DecideOnCreatedMutex(row.flags, row.has_handle, row.code), row.expected,
@@ -102,24 +69,22 @@ TEST(LaunchDecision, TheCreatedMutexDecidesOrAsksForAWait) {
 TEST(LaunchDecision, TheWaitDecidesForGood) {
   struct Row {
     std::string sentence;
-    platform::WaitOutcome outcome;
-    Expected expected;
+    std::uint32_t result;
+    bool primary;
+    std::string stage;
+    EncodableMap fields;
   };
   const Row rows[] = {
-      {"released by its owner", {0, 0}, {LaunchStep::kPrimary, true, 0, "", {}}},
-      {"left by a dead owner",
-       {0x80, 0},
-       {LaunchStep::kPrimary, true, 0, "instance_mutex_abandoned", {}}},
-      {"still held",
-       {0x102, 0},
-       {LaunchStep::kSecondInstance, false, 0, "instance_mutex_wait_timeout", {}}},
-      {"the wait failed",
-       {0xFFFFFFFF, 6},
-       {LaunchStep::kSecondInstance, false, 0, "instance_mutex_wait_failed", OsError(6)}},
-      {"an answer that nobody knows", {0xC0, 0}, {LaunchStep::kSecondInstance, false, 0, "", {}}},
+      {"released by its owner", 0, true, "", {}},
+      {"left by a dead owner", 0x80, true, "instance_mutex_abandoned", {}},
+      {"still held", 0x102, false, "instance_mutex_wait_timeout", {}},
+      {"the wait failed", 0xFFFFFFFF, false, "instance_mutex_wait_failed", OsError(6)},
+      {"an answer that nobody knows", 0xC0, false, "", {}},
   };
   for (const Row& row : rows) {
-    ExpectDecision(DecideOnWait(row.outcome), row.expected, row.sentence);
+    const auto step = row.primary ? LaunchStep::kPrimary : LaunchStep::kSecondInstance;
+    ExpectDecision(DecideOnWait({row.result, 6}), {step, row.primary, 0, row.stage, row.fields},
+                   row.sentence);
   }
 }
 

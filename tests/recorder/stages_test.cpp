@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,53 +17,29 @@ namespace {
 
 const std::filesystem::path kRoot = KORVANE_SOURCE_FOLDER;
 
-const std::set<std::string> kStages = {"WM_DISPLAYCHANGE",
-                                       "WM_DPICHANGED",
-                                       "WM_POWERBROADCAST",
-                                       "WM_WTSSESSION_CHANGE",
-                                       "activate_existing_instance_legacy",
-                                       "activate_existing_instance_pid_failed",
-                                       "activate_existing_instance_posted",
-                                       "activate_existing_instance_window_not_found",
-                                       "activate_request",
-                                       "activation_foreground_denied",
-                                       "activation_message_filter_failed",
-                                       "activation_post_failed",
-                                       "activation_protocol_property_failed",
-                                       "activation_shown",
-                                       "adapter_description_encoding_failed",
-                                       "adapter_description_failed",
-                                       "core_channel_ready",
-                                       "dart_breadcrumb",
-                                       "dpi_api_unavailable",
-                                       "dpi_module_unavailable",
-                                       "dpi_query_failed",
-                                       "engine_create",
-                                       "engine_create_failed",
-                                       "first_raster_callback",
-                                       "first_raster_property_failed",
-                                       "foreground_permission_denied",
-                                       "graphics_adapter_unavailable",
-                                       "guid_creation_failed",
-                                       "guid_format_failed",
-                                       "instance_mutex_abandoned",
-                                       "instance_mutex_wait_failed",
-                                       "instance_mutex_wait_timeout",
-                                       "latched_foreground_denied",
-                                       "legacy_foreground_denied",
-                                       "mutex",
-                                       "mutex_create_failed",
-                                       "plugins_registered",
-                                       "process_start",
-                                       "session_facts",
-                                       "session_facts_post_failed",
-                                       "show_window",
-                                       "startup_channel_invalid_arguments",
-                                       "update_result",
-                                       "win32_create",
-                                       "window_create_failed",
-                                       "wts_registration_failed",
-                                       "wts_unregistration_failed"};
+// One name behind the other, parted by blanks.
+constexpr char kNames[] =
+    "WM_DISPLAYCHANGE WM_DPICHANGED WM_POWERBROADCAST WM_WTSSESSION_CHANGE "
+    "activate_existing_instance_legacy activate_existing_instance_pid_failed "
+    "activate_existing_instance_posted activate_existing_instance_window_not_found "
+    "activate_request activation_foreground_denied activation_message_filter_failed "
+    "activation_post_failed activation_protocol_property_failed activation_shown "
+    "adapter_description_encoding_failed adapter_description_failed core_channel_ready "
+    "dart_breadcrumb dpi_api_unavailable dpi_module_unavailable dpi_query_failed engine_create "
+    "engine_create_failed first_raster_callback first_raster_property_failed "
+    "foreground_permission_denied graphics_adapter_unavailable guid_creation_failed "
+    "guid_format_failed instance_mutex_abandoned instance_mutex_wait_failed "
+    "instance_mutex_wait_timeout latched_foreground_denied legacy_foreground_denied mutex "
+    "mutex_create_failed plugins_registered process_start session_facts "
+    "session_facts_post_failed show_window startup_channel_invalid_arguments update_result "
+    "win32_create window_create_failed wts_registration_failed wts_unregistration_failed";
+
+std::set<std::string> Stages() {
+  std::istringstream names(kNames);
+  return {std::istream_iterator<std::string>(names), {}};
+}
+
+const std::set<std::string> kStages = Stages();
 
 std::vector<std::string> Sources() {
   std::vector<std::string> texts;

@@ -83,8 +83,8 @@ struct SetupRow {
   const char* name;
   std::function<void(test::FakeMachine&)> arrange;
   TakeoverResult result;
-  const char* line;
-  std::vector<std::string> closed;
+  std::string line;
+  bool armed;  // the two events were there, and are closed
 };
 
 void PrintTo(const SetupRow& row, std::ostream* out) { *out << row.name; }
@@ -95,53 +95,35 @@ TEST_P(TakeoverSetupTest, FailsWithItsLineAndKeepsNothing) {
   const SetupRow& row = GetParam();
   row.arrange(Machine());
   EXPECT_EQ(RequestElevatedTakeover(), row.result);
-  EXPECT_EQ(Machine().errors.lines().back(), row.line);
-  std::vector<std::string> closed = Machine().journal.Take();
-  std::erase_if(closed, [](const std::string& call) { return !call.starts_with("CloseHandle"); });
-  EXPECT_EQ(closed, row.closed);
+  EXPECT_EQ(Machine().errors.lines().back(), "[ProxyManager] " + row.line);
+  std::string closed;
+  for (const std::string& call : Machine().journal.Take()) {
+    closed += call.starts_with("CloseHandle") ? call : "";
+  }
+  EXPECT_EQ(closed, row.armed ? "CloseHandle(Request)CloseHandle(Ready)" : "");
 }
+
+using NoPath = platform::Result<platform::ExecutablePath>;
+using NoGuid = platform::Result<platform::Guid>;
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, TakeoverSetupTest,
     testing::Values(
-        SetupRow{"NoPath",
-                 [](test::FakeMachine& machine) {
-                   machine.process.executable = platform::Result<platform::ExecutablePath>::Fail(8);
-                 },
-                 TakeoverResult::kFailed,
-                 "[ProxyManager] Failed to get executable path. Error: 8",
-                 {}},
-        SetupRow{"NoSid",
-                 [](test::FakeMachine& machine) { machine.elevation.sid = L""; },
-                 TakeoverResult::kFailed,
-                 "[ProxyManager] Takeover: failed to capture SID/token",
-                 {}},
+        SetupRow{"NoPath", [](auto& machine) { machine.process.executable = NoPath::Fail(8); },
+                 TakeoverResult::kFailed, "Failed to get executable path. Error: 8", false},
+        SetupRow{"NoSid", [](auto& machine) { machine.elevation.sid = L""; },
+                 TakeoverResult::kFailed, "Takeover: failed to capture SID/token", false},
         SetupRow{"NoToken",
-                 [](test::FakeMachine& machine) {
-                   machine.identifiers.guid = platform::Result<platform::Guid>::Fail(0x8000FFFF);
-                 },
-                 TakeoverResult::kFailed,
-                 "[ProxyManager] Takeover: failed to capture SID/token",
-                 {}},
-        SetupRow{"NoEvent",
-                 [](test::FakeMachine& machine) { machine.objects.event_failures["Request"] = 5; },
-                 TakeoverResult::kFailed,
-                 "[ProxyManager] Failed to create Request event. Error: 5",
-                 {}},
+                 [](auto& machine) { machine.identifiers.guid = NoGuid::Fail(0x8000FFFF); },
+                 TakeoverResult::kFailed, "Takeover: failed to capture SID/token", false},
+        SetupRow{"NoEvent", [](auto& machine) { machine.objects.event_failures["Request"] = 5; },
+                 TakeoverResult::kFailed, "Failed to create Request event. Error: 5", false},
         SetupRow{"Declined",
-                 [](test::FakeMachine& machine) {
-                   machine.elevation.launched = platform::Status::Fail(1223);
-                 },
-                 TakeoverResult::kCancelled,
-                 "[ProxyManager] Takeover: UAC cancelled",
-                 {"CloseHandle(Request)", "CloseHandle(Ready)"}},
+                 [](auto& machine) { machine.elevation.launched = platform::Status::Fail(1223); },
+                 TakeoverResult::kCancelled, "Takeover: UAC cancelled", true},
         SetupRow{"NotLaunched",
-                 [](test::FakeMachine& machine) {
-                   machine.elevation.launched = platform::Status::Fail(2);
-                 },
-                 TakeoverResult::kFailed,
-                 "[ProxyManager] Takeover: ShellExecuteExW failed. Error: 2",
-                 {"CloseHandle(Request)", "CloseHandle(Ready)"}}));
+                 [](auto& machine) { machine.elevation.launched = platform::Status::Fail(2); },
+                 TakeoverResult::kFailed, "Takeover: ShellExecuteExW failed. Error: 2", true}));
 
 TEST_F(TakeoverParent, JudgesWhatEndedTheWait) {
   struct Row {
@@ -151,37 +133,20 @@ TEST_F(TakeoverParent, JudgesWhatEndedTheWait) {
     TakeoverResult result;
     std::string line;
   };
+  const platform::WaitOutcome ended{1, 0};
+  const platform::WaitOutcome late{258, 0};
+  const platform::WaitOutcome failed{0xFFFFFFFF, 6};
+  const auto unread = platform::Result<std::uint32_t>::Fail(5);
+  using enum TakeoverResult;
   const Row rows[] = {
-      {"another user",
-       {1, 0},
-       279381987u,
-       TakeoverResult::kDifferentUser,
-       "[ProxyManager] Takeover failed: ElevatedAsDifferentUser"},
-      {"a crash",
-       {1, 0},
-       1u,
-       TakeoverResult::kChildDied,
-       "[ProxyManager] Takeover failed: ChildDiedBeforeHandshake (exit=1)"},
-      {"an exit code like a crash's",
-       {1, 0},
-       0xC0000005u,
-       TakeoverResult::kChildDied,
-       "[ProxyManager] Takeover failed: ChildDiedBeforeHandshake (exit=3221225477)"},
-      {"an end that can't be read",
-       {1, 0},
-       platform::Result<std::uint32_t>::Fail(5),
-       TakeoverResult::kChildDied,
-       "[ProxyManager] Takeover failed: ChildDiedBeforeHandshake (exit=0)"},
-      {"nobody came",
-       {258, 0},
-       0u,
-       TakeoverResult::kTimeout,
-       "[ProxyManager] Takeover failed: TakeoverRequestTimeout"},
-      {"a failed wait",
-       {0xFFFFFFFF, 6},
-       0u,
-       TakeoverResult::kChildDied,
-       "[ProxyManager] Takeover wait failed. Error: 6"},
+      {"another user", ended, 279381987u, kDifferentUser, "failed: ElevatedAsDifferentUser"},
+      {"a crash", ended, 1u, kChildDied, "failed: ChildDiedBeforeHandshake (exit=1)"},
+      {"an exit code like a crash's", ended, 0xC0000005u, kChildDied,
+       "failed: ChildDiedBeforeHandshake (exit=3221225477)"},
+      {"an end that can't be read", ended, unread, kChildDied,
+       "failed: ChildDiedBeforeHandshake (exit=0)"},
+      {"nobody came", late, 0u, kTimeout, "failed: TakeoverRequestTimeout"},
+      {"a failed wait", failed, 0u, kChildDied, "wait failed. Error: 6"},
   };
   for (const Row& row : rows) {
     Machine().objects.wait_any_outcome = row.outcome;
@@ -189,8 +154,8 @@ TEST_F(TakeoverParent, JudgesWhatEndedTheWait) {
     EXPECT_EQ(RequestElevatedTakeover(), row.result) << row.sentence;
     const auto calls = Machine().journal.Take();
     EXPECT_THAT(std::vector<std::string>(calls.end() - 5, calls.end()),
-                ElementsAre("err: " + row.line, "CloseHandle(Request)", "CloseHandle(Ready)",
-                            "CloseHandle(child)", "LeaveApartment()"))
+                ElementsAre("err: [ProxyManager] Takeover " + row.line, "CloseHandle(Request)",
+                            "CloseHandle(Ready)", "CloseHandle(child)", "LeaveApartment()"))
         << row.sentence;
   }
 }

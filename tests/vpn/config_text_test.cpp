@@ -91,21 +91,10 @@ const std::regex& InterfaceNameExpression() {
 }
 
 TEST(ConfigText, RewriteEqualsItsExpression) {
-  const std::vector<std::string> pieces = {"\"interface_name\"",
-                                           "\"interface_name\":\"",
-                                           "\"interface_name",
-                                           ":",
-                                           ": ",
-                                           "\"",
-                                           "\" ",
-                                           "\"\t",
-                                           "\n",
-                                           "\v",
-                                           "tun0",
-                                           ",",
-                                           "\\",
-                                           "{",
-                                           "\xA0"};
+  const std::vector<std::string> pieces = {
+      "\"interface_name\"", "\"interface_name\":\"", "\"interface_name",
+      // What may stand around the colon and in the value.
+      ":", ": ", "\"", "\" ", "\"\t", "\n", "\v", "tun0", ",", "\\", "{", "\xA0"};
   constexpr unsigned kSeed = 4711;
   std::mt19937 random(kSeed);
   int rewritten = 0;

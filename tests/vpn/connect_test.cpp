@@ -121,103 +121,70 @@ TEST_F(ConnectTest, AnswerIsTextWhateverTheEngineSaid) {
 // Each way in which a start fails: what the interface hears, and what is left.
 struct FailureRow {
   const char* why;
-  std::function<void(FakeEngine&)> engine;
+  std::function<std::uint64_t(const std::string&)> on_new;
+  std::function<std::int32_t(std::uint64_t)> on_start, on_close;
+  const char* last_error;
   std::string message;
-  std::vector<std::string> lines;
+  std::string lines;
   std::vector<std::string> calls;
 };
 
+// A step of the engine that throws, and of what kind.
+template <typename Thrown>
+auto Throwing(const Thrown& thrown) {
+  return [thrown](const auto&) -> std::int32_t { throw thrown; };
+}
+
 TEST_F(ConnectTest, EngineFailuresAreToldThreeWays) {
-  const auto throwing = [] { throw std::runtime_error("no route to 1.2.3.4:443"); };
+  const auto none = [](const std::string&) { return std::uint64_t{0}; };
+  const auto fails = [](std::uint64_t) { return 7; };
+  const auto throwing = Throwing(std::runtime_error("no route to 1.2.3.4:443"));
+  const auto not_closed = [](std::uint64_t) { return 9; };
+  const std::string no_service = "[ERROR] Failed to create sing-box service - service_id is 0\n";
+  const std::string no_start = "[ERROR] Failed to start sing-box service, error code: 7\n";
+  const std::string no_reason = "[ERROR] sing-box error: Unknown error";
+  const std::vector<std::string> made = {"crash output ''", "new"};
+  const std::vector<std::string> started = {"crash output ''", "new", "start 1"};
+  const std::vector<std::string> closed = {"crash output ''", "new", "start 1", "close 1"};
   const FailureRow rows[] = {
-      {"no service",
-       [](FakeEngine& engine) {
-         engine.on_new = [](const std::string&) { return 0; };
-         engine.last_error = "decode config: server 1.2.3.4:443";
-       },
+      {"no service", none, nullptr, nullptr, "decode config: server 1.2.3.4:443",
        "Failed to create sing-box service: decode config: server [ip]",
-       {"[ERROR] Failed to create sing-box service - service_id is 0",
-        "[ERROR] DLL Parser Error: decode config: server [ip]"},
-       {"crash output ''", "new"}},
-      {"no service and no reason",
-       [](FakeEngine& engine) { engine.on_new = [](const std::string&) { return 0; }; },
+       no_service + "[ERROR] DLL Parser Error: decode config: server [ip]", made},
+      {"no service and no reason", none, nullptr, nullptr, nullptr,
        "Failed to create sing-box service: Unknown error",
-       {"[ERROR] Failed to create sing-box service - service_id is 0",
-        "[ERROR] DLL Parser Error: Unknown error"},
-       {"crash output ''", "new"}},
-      {"no start",
-       [](FakeEngine& engine) {
-         engine.on_start = [](std::uint64_t) { return 7; };
-         engine.last_error = "listen failed";
-       },
+       no_service + "[ERROR] DLL Parser Error: Unknown error", made},
+      {"no start", nullptr, fails, nullptr, "listen failed",
        "Failed to start sing-box service: listen failed",
-       {"[ERROR] Failed to start sing-box service, error code: 7",
-        "[ERROR] sing-box error: listen failed"},
-       {"crash output ''", "new", "start 1", "close 1"}},
-      {"no start and no close",
-       [](FakeEngine& engine) {
-         engine.on_start = [](std::uint64_t) { return 7; };
-         engine.on_close = [](std::uint64_t) { return 9; };
-       },
+       no_start + "[ERROR] sing-box error: listen failed", closed},
+      {"no start and no close", nullptr, fails, not_closed, nullptr,
        "Failed to start sing-box service: Unknown error",
-       {"[ERROR] Failed to start sing-box service, error code: 7",
-        "[ERROR] sing-box error: Unknown error",
-        "[DIAG] failed-start cleanup close rc=9 \u2014 unconfirmed close latched"},
-       {"crash output ''", "new", "start 1", "close 1"}},
-      {"a throw while parsing",
-       [&](FakeEngine& engine) {
-         engine.on_new = [&](const std::string&) -> std::uint64_t {
-           throwing();
-           return 0;
-         };
-       },
+       no_start + no_reason +
+           "\n[DIAG] failed-start cleanup close rc=9 \u2014 unconfirmed close latched",
+       closed},
+      {"a throw while parsing", throwing, nullptr, nullptr, nullptr,
        "Exception in singbox_new_service: no route to [ip]",
-       {"[ERROR] Exception in singbox_new_service: no route to [ip]"},
-       {"crash output ''", "new"}},
-      {"a throw while starting",
-       [&](FakeEngine& engine) {
-         engine.on_start = [&](std::uint64_t) -> std::int32_t {
-           throwing();
-           return 0;
-         };
-       },
+       "[ERROR] Exception in singbox_new_service: no route to [ip]", made},
+      {"a throw while starting", nullptr, throwing, nullptr, nullptr,
        "Exception in singbox_start_service: no route to [ip]",
-       {"[ERROR] Exception in singbox_start_service: no route to [ip]"},
-       {"crash output ''", "new", "start 1", "close 1"}},
-      {"a throw of no standard kind",
-       [](FakeEngine& engine) {
-         engine.on_new = [](const std::string&) -> std::uint64_t { throw 5; };
-       },
-       "Exception in singbox_new_service: ",
-       {"[ERROR] Exception in singbox_new_service: "},
-       {"crash output ''", "new"}},
-      {"a throw out of the cleanup close",
-       [](FakeEngine& engine) {
-         engine.on_start = [](std::uint64_t) { return 7; };
-         engine.on_close = [](std::uint64_t) -> std::int32_t { throw std::runtime_error("x"); };
-       },
-       "Exception in StartBox: x",
-       {"[ERROR] Failed to start sing-box service, error code: 7",
-        "[ERROR] sing-box error: Unknown error", "[ERROR] Exception in StartBox: x"},
-       {"crash output ''", "new", "start 1", "close 1"}},
-      {"no start and no way to close",
-       [](FakeEngine& engine) {
-         engine.on_start = [](std::uint64_t) { return 7; };
-         vpn_state().engine.singbox_close_service = nullptr;
-       },
-       "Failed to start sing-box service: Unknown error",
-       {"[ERROR] Failed to start sing-box service, error code: 7",
-        "[ERROR] sing-box error: Unknown error"},
-       {"crash output ''", "new", "start 1"}},
+       "[ERROR] Exception in singbox_start_service: no route to [ip]", closed},
+      {"a throw of no standard kind", Throwing(5), nullptr, nullptr, nullptr,
+       "Exception in singbox_new_service: ", "[ERROR] Exception in singbox_new_service: ", made},
+      {"a throw out of the cleanup close", nullptr, fails, Throwing(std::runtime_error("x")),
+       nullptr, "Exception in StartBox: x",
+       no_start + no_reason + "\n[ERROR] Exception in StartBox: x", closed},
+      {"no way to close", nullptr, fails, nullptr, nullptr,
+       "Failed to start sing-box service: Unknown error", no_start + no_reason, started},
   };
   for (const FailureRow& row : rows) {
     FakeEngine& engine = FakeEngine::Get();
-    engine.on_new = nullptr;
-    engine.on_start = nullptr;
-    engine.on_close = nullptr;
-    engine.last_error = nullptr;
+    engine.on_new = row.on_new;
+    engine.on_start = row.on_start;
+    engine.on_close = row.on_close;
+    engine.last_error = row.last_error;
     engine.next_id = 1;
-    row.engine(engine);
+    if (std::string_view(row.why) == "no way to close") {
+      vpn_state().engine.singbox_close_service = nullptr;
+    }
     {
       const RecursiveMutexLock lock(vpn_state().lifecycle_mutex);
       vpn_state().unconfirmed_close_latched = false;
@@ -232,7 +199,7 @@ TEST_F(ConnectTest, EngineFailuresAreToldThreeWays) {
     EXPECT_EQ(answer.code, "CONNECTION_FAILED") << row.why;
     EXPECT_EQ(answer.message, row.message) << row.why;
     EXPECT_FALSE(answer.has_details) << row.why;
-    EXPECT_EQ(Lines(), row.lines) << row.why;
+    EXPECT_EQ(LinesAsText(), row.lines) << row.why;
     EXPECT_EQ(journal.Take(), row.calls) << row.why;
     EXPECT_THAT(dart.Heard(), ElementsAre("onVPNStateChanged vpn_connecting",
                                           "onVPNError CONNECTION_FAILED: " + row.message,
@@ -398,14 +365,6 @@ TEST_F(ConnectTest, PortThatFitsNoIntFailsWithTheEngineRunning) {
                                         "onVPNStateChanged vpn_disconnected"));
   Call("refreshVPNStatus");
   EXPECT_THAT(dart.Heard(), ElementsAre("onVPNStateChanged vpn_connected"));
-}
-
-TEST_F(ConnectTest, SuccessForgetsTheLastError) {
-  FakeEngine::Get().on_start = [](std::uint64_t id) { return id == 1 ? 3 : 0; };
-  Load(ProxyConfig());
-  ASSERT_TRUE(vpn_state().last_native_error.Load());
-  Load(ProxyConfig());
-  EXPECT_FALSE(vpn_state().last_native_error.Load());
 }
 
 TEST_F(ConnectTest, FiftyMegabytesOfConfigurationAreOneAnswerLike) {

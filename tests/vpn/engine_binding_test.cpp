@@ -71,6 +71,7 @@ TEST_F(EngineBindingTest, StandardErrorThatCantBeSilencedMeansNoEngine) {
 }
 
 TEST_F(EngineBindingTest, MissingExportsAreToldAndTheRestStaysBound) {
+  EngineTable& engine = vpn_state().engine;
   for (const std::string missing :
        {"singbox_new_service", "singbox_start_service", "singbox_close_service",
         "singbox_get_version", "singbox_get_last_error", "singbox_free_string"}) {
@@ -78,20 +79,22 @@ TEST_F(EngineBindingTest, MissingExportsAreToldAndTheRestStaysBound) {
     EXPECT_FALSE(LoadEngine()) << missing;
     EXPECT_THAT(Lines(),
                 ElementsAre("[ERROR] Failed to get all required function pointers from DLL"));
-    const EngineTable& engine = vpn_state().engine;
     EXPECT_NE(engine.module, nullptr) << missing;
     EXPECT_EQ(engine.singbox_new_service == nullptr, missing == "singbox_new_service");
     EXPECT_EQ(engine.singbox_start_service == nullptr, missing == "singbox_start_service");
   }
-  // What is left of a table without a way to free: no text is lost, and nothing is called.
+  // Without a way to free, a text is read all the same and stays the engine's.
+  engine.singbox_get_version = engine.singbox_get_last_error = [] {
+    static char text[] = "1.11.0";
+    return text;
+  };
   EXPECT_EQ(ReadCoreVersion(), "1.11.0");
   EXPECT_THAT(Lines(), ElementsAre("[WARNING] singbox_free_string crashed while freeing core "
                                    "version buffer"));
-  FakeEngine::Get().last_error = "words";
-  EXPECT_EQ(ReadEngineError(vpn_state().engine), "words");
+  EXPECT_EQ(ReadEngineError(engine), "1.11.0");
   libraries.missing_exports = {"singbox_get_last_error"};
   EXPECT_FALSE(LoadEngine());
-  EXPECT_EQ(ReadEngineError(vpn_state().engine), std::nullopt);
+  EXPECT_EQ(ReadEngineError(engine), std::nullopt);
   Lines();
   libraries.missing_exports = {"singbox_set_crash_output"};
   EXPECT_TRUE(LoadEngine());
@@ -128,25 +131,16 @@ TEST_F(EngineBindingTest, VersionIsAWordWhateverTheEngineDoes) {
     const char* why;
     const char* version;
     bool version_crashes, free_crashes;
-    std::string expected;
-    std::vector<std::string> lines;
+    const char *expected, *line;
   } rows[] = {
-      {"a version", "1.11.0", false, false, "1.11.0", {}},
-      {"bytes of the code page", "1.11-\xE9", false, false, "1.11-\u00E9", {}},
-      {"none", nullptr, false, false, "Unknown", {}},
-      {"empty", "", false, false, "Unknown", {}},
-      {"a crash",
-       "1.11.0",
-       true,
-       false,
-       "Unavailable",
-       {"[ERROR] singbox_get_version crashed during startup/version query"}},
-      {"a crash behind it",
-       "1.11.0",
-       false,
-       true,
-       "1.11.0",
-       {"[WARNING] singbox_free_string crashed while freeing core version buffer"}},
+      {"a version", "1.11.0", false, false, "1.11.0", ""},
+      {"bytes of the code page", "1.11-\xE9", false, false, "1.11-\u00E9", ""},
+      {"none", nullptr, false, false, "Unknown", ""},
+      {"empty", "", false, false, "Unknown", ""},
+      {"a crash", "1.11.0", true, false, "Unavailable",
+       "[ERROR] singbox_get_version crashed during startup/version query"},
+      {"a crash behind it", "1.11.0", false, true, "1.11.0",
+       "[WARNING] singbox_free_string crashed while freeing core version buffer"},
   };
   for (const auto& row : rows) {
     libraries.RestartGuards(row.version_crashes, row.free_crashes);
@@ -154,7 +148,7 @@ TEST_F(EngineBindingTest, VersionIsAWordWhateverTheEngineDoes) {
     FakeEngine::Get().version = row.version;
     FakeEngine::Get().open_strings = 0;
     EXPECT_EQ(ReadCoreVersion(), row.expected) << row.why;
-    EXPECT_EQ(Lines(), row.lines) << row.why;
+    EXPECT_EQ(LinesAsText(), row.line) << row.why;
     EXPECT_EQ(FakeEngine::Get().open_strings, 0) << row.why;
   }
 }
@@ -176,53 +170,36 @@ TEST_F(EngineBindingTest, SignatureIsAuditedAndTheFileIsLoadedAllTheSame) {
   const std::string audit = kAudit + std::string("sing-box.dll");
   const std::wstring right(kThumbprintText, kThumbprintText + sizeof(kThumbprintText) - 1);
   const std::wstring wrong = L"0abc" + right.substr(4);
+  const SignerPin none, by_print = {right, L"never looked at"},
+                        by_other_print = {wrong, L"Someone"};
+  const SignerPin by_name = {L"", L"Else"}, by_other_name = {L"", L"else"};
   const struct {
     const char* why;
     std::uint32_t status;
     SignerPin pin;
     bool query_fails, has_certificate;
-    std::vector<std::string> lines;
+    std::string lines;
   } rows[] = {
-      {"unsigned",
-       0x800B0100,
-       {},
-       false,
-       true,
-       {"[SECURITY] Authenticode verification failed for sing-box.dll (status 0x800b0100)", audit}},
-      {"valid, nothing pinned",
-       0,
-       {},
-       false,
-       true,
-       {"[SECURITY][WARN] core signer pinning not configured (thumbprint/subject empty); relying "
-        "on Authenticode validity only for sing-box.dll"}},
-      {"thumbprint", 0, {right, L"never looked at"}, false, true, {}},
-      {"thumbprint in lower case",
-       0,
-       {wrong, L"Someone"},
-       false,
-       true,
-       {std::string("[SECURITY] core signer thumbprint mismatch (expected 0abc") +
-            (kThumbprintText + 4) + ", got " + kThumbprintText + ")",
-        audit}},
-      {"subject", 0, {L"", L"Else"}, false, true, {}},
-      {"another subject",
-       0,
-       {L"", L"else"},
-       false,
-       true,
-       {"[SECURITY] core signer subject mismatch (expected substring 'else', got 'Someone Else "
-        "Ltd')",
-        audit}},
-      {"no signature to be read",
-       0,
-       {right, L""},
-       true,
-       true,
-       {"[SECURITY] CryptQueryObject failed for sing-box.dll (error 2148081673)", audit}},
-      {"no certificate", 0, {right, L""}, false, false, {audit}},
-      {"a certificate that tells no thumbprint", 0, {right, L""}, false, true, {audit}},
-      {"a certificate that tells no name", 0, {L"", L"Else"}, false, true, {audit}},
+      {"unsigned", 0x800B0100, none, false, true,
+       "[SECURITY] Authenticode verification failed for sing-box.dll (status 0x800b0100)\n" +
+           audit},
+      {"valid, nothing pinned", 0, none, false, true,
+       "[SECURITY][WARN] core signer pinning not configured (thumbprint/subject empty); relying "
+       "on Authenticode validity only for sing-box.dll"},
+      {"thumbprint", 0, by_print, false, true, ""},
+      {"thumbprint in lower case", 0, by_other_print, false, true,
+       std::string("[SECURITY] core signer thumbprint mismatch (expected 0abc") +
+           (kThumbprintText + 4) + ", got " + kThumbprintText + ")\n" + audit},
+      {"subject", 0, by_name, false, true, ""},
+      {"another subject", 0, by_other_name, false, true,
+       "[SECURITY] core signer subject mismatch (expected substring 'else', got 'Someone Else "
+       "Ltd')\n" +
+           audit},
+      {"no signature to be read", 0, by_print, true, true,
+       "[SECURITY] CryptQueryObject failed for sing-box.dll (error 2148081673)\n" + audit},
+      {"no certificate", 0, by_print, false, false, audit},
+      {"a certificate that tells no thumbprint", 0, by_print, false, true, audit},
+      {"a certificate that tells no name", 0, by_name, false, true, audit},
   };
   for (const auto& row : rows) {
     trust.status = row.status;
@@ -234,7 +211,7 @@ TEST_F(EngineBindingTest, SignatureIsAuditedAndTheFileIsLoadedAllTheSame) {
     }
     libraries.loads.clear();
     EXPECT_TRUE(VerifyAndLoadEngineFile(path, row.pin)) << row.why;
-    EXPECT_EQ(Lines(), row.lines) << row.why;
+    EXPECT_EQ(LinesAsText(), row.lines) << row.why;
     EXPECT_THAT(libraries.loads, ElementsAre("sing-box.dll")) << row.why;
   }
 }

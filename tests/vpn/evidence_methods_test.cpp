@@ -87,7 +87,7 @@ TEST_F(EvidenceMethodsTest, SwitchGivesARunningTunnelItsSession) {
   EXPECT_EQ(Call("getWindowsDiagnosticsEnabled").value, EncodableValue(true));
   EXPECT_EQ(Switch(false).value, EncodableValue(false));
   dart.Heard();
-  PostVpnDiagnostic({.component = "late", .decision = "x"});
+  PostVpnDiagnostic(VpnDiagnosticEvent());
   EXPECT_THAT(dart.Heard(), IsEmpty()) << "no decision while capture is off";
 }
 

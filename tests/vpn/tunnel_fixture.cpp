@@ -187,6 +187,14 @@ std::vector<std::string> TunnelTest::Lines() {
   return lines;
 }
 
+std::string TunnelTest::LinesAsText() {
+  std::string text;
+  for (const std::string& line : Lines()) {
+    text += (text.empty() ? "" : "\n") + line;
+  }
+  return text;
+}
+
 std::filesystem::path TunnelTest::StoredConfig() const {
   return folder / "Korvane" / "vpn_config.dat";
 }

@@ -137,6 +137,8 @@ class TunnelTest : public ::testing::Test {
   Answer Call(const std::string& method, const flutter::EncodableValue& arguments = {});
   // Error-stream lines since the last time, less the warning that no window is known.
   std::vector<std::string> Lines();
+  // The same as one text, a line feed between two lines.
+  std::string LinesAsText();
   // Path of the stored configuration.
   std::filesystem::path StoredConfig() const;
 
