@@ -59,13 +59,14 @@ Json DescribeProperties(const FlutterDesktopEngineProperties& properties) {
 
 // The messenger may outlive the engine: whoever holds its lock keeps the engine, and whoever takes
 // it later finds none.
+void CloseMessenger(FlutterDesktopMessenger& messenger) {
+  MutexLock lock(messenger.lock);
+  messenger.available = false;
+}
+
 void EndEngine(std::unique_ptr<FlutterDesktopEngine> engine) {
-  auto* messenger = engine->messenger;
-  {
-    MutexLock lock(messenger->lock);
-    messenger->available = false;
-  }
-  FlutterDesktopMessengerRelease(messenger);
+  CloseMessenger(*engine->messenger);
+  FlutterDesktopMessengerRelease(engine->messenger);
 }
 
 AdapterKind KindOfAdapter(Console& console) {
@@ -170,6 +171,8 @@ void FlutterDesktopViewControllerDestroy(FlutterDesktopViewControllerRef control
   if (!console.OnWindowThread()) {
     console.Violation("the engine ended off the window thread");
   }
+  // First of all: from here on no worker can answer a call that the console has given up.
+  CloseMessenger(*ended->engine->messenger);
   console.EngineEnded();
   window_thread::DestroyView(ended->view.window);
   EndEngine(std::move(ended->engine));

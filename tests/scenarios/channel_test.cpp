@@ -2,11 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <random>
-#include <set>
 #include <string>
-#include <vector>
 
 #include "support/host_driver/host_process.h"
 
@@ -72,96 +68,6 @@ TEST_F(Channel, TakesAConfigurationOfFiftyMegabytes) {
   const auto reply = host_.Call("loadVPNPreference", {{"config", std::string(50'000'000, 'x')}});
   EXPECT_EQ(reply["error"]["code"], "INVALID_CONFIG");
   EXPECT_EQ(host_.Call("isRunning")["success"], false);
-}
-
-// Arguments of every kind, most of them wrong for most methods.
-std::vector<Json> AllKindsOfArguments() {
-  return {nullptr,
-          true,
-          7,
-          {{"$int64", 7}},
-          1.5,
-          "text",
-          "\xc3\xa9",
-          {{"$latin1", "\xc3\xbf"}},
-          Json::array(),
-          {"text", 1},
-          Json::object(),
-          {{"config", "{}"}, {"autoConfigureProxy", "yes"}},
-          {{"config", 5}},
-          {{"enabled", 1}},
-          {{"reason", "tray_quit"}},
-          {{"incidentId", "../x"}, {"reimportCount", {{"$int64", 1}}}},
-          {{"$map", {{1, 2}}}},
-          {{"$bytes", "00ff"}}};
-}
-
-TEST(ChannelCalls, AreAnsweredOnceWhateverTheySay) {
-  // Hundreds of calls at once take their time where processors are few and the first reading of the
-  // network tables starts a driver.
-  constexpr std::chrono::minutes kLong{2};
-  const HostUser user;
-  HostProcess host(user, {.environment = {{"KORVANE_CONSOLE_END_MS", "110000"}}});
-  const std::vector<std::string> methods{"loadVPNPreference",
-                                         "doConnectVpn",
-                                         "stopVPN",
-                                         "isRunning",
-                                         "getStatus",
-                                         "getCoreVersion",
-                                         "refreshVPNStatus",
-                                         "isobtainedNecessaryPermissions",
-                                         "enableAutoReconnect",
-                                         "disableAutoReconnect",
-                                         "getOnDemandStatus",
-                                         "isBatteryOptimizationIgnored",
-                                         "requestBatteryOptimizationExemption",
-                                         "isAlwaysOnVpnEnabled",
-                                         "openVpnSettings",
-                                         "disconnectForNodeSwitching",
-                                         "connectForNodeSwitching",
-                                         "restoreUserAutoReconnectPreference",
-                                         "checkForStuckState",
-                                         "getWindowsDiagnosticsEnabled",
-                                         "getWindowsDiagnosticsFailure",
-                                         "setWindowsDiagnosticsEnabled",
-                                         "checkForCrashLogs",
-                                         "importPendingIncidents",
-                                         "getPendingIncidents",
-                                         "acknowledgeIncident",
-                                         "recordShutdownIntent",
-                                         "clearShutdownIntent",
-                                         "getLibboxLogPath",
-                                         "checkAdminPrivileges",
-                                         "clearSystemProxy",
-                                         "performUrlTest",
-                                         "getAutoSelectorInfo",
-                                         "getWindowsRuntimeDiagnostics",
-                                         "noSuchMethod",
-                                         "startupBreadcrumb",
-                                         "startupUpdate"};
-  const auto arguments = AllKindsOfArguments();
-  const auto seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
-  constexpr int kCalls = 400;
-  for (int id = 1; id <= kCalls; ++id) {
-    host.Send({{"call", methods[random() % methods.size()]},
-               {"args", arguments[random() % arguments.size()]},
-               {"channel", random() % 8 == 0 ? "core" : "vpn"},
-               {"id", id}});
-  }
-  host.EndInput();
-  EXPECT_EQ(host.WaitForExit(kLong), 0) << host.Transcript();
-  std::set<Json> answered;
-  for (const auto& line : host.lines()) {
-    for (const auto* fault : {"violation", "malformed", "timeout", "console_error"}) {
-      EXPECT_FALSE(line.contains(fault)) << line;
-    }
-    if (line.contains("reply")) {
-      EXPECT_TRUE(answered.insert(line["reply"]).second) << line;
-    }
-  }
-  EXPECT_EQ(answered.size(), static_cast<std::size_t>(kCalls));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "scenarios/sessions.h"
 #include "support/host_driver/host_process.h"
 #include "support/host_driver/host_target.h"
 #include "support/host_driver/run_command.h"
@@ -24,18 +25,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
 
-std::string ConfigWith(const Json& stand_in) {
-  return Json{{"log", Json::object()},
-              {"inbounds", {{{"type", "mixed"}, {"tag", "mixed-in"}, {"listen", "127.0.0.1"}}}},
-              {"outbounds", {{{"type", "direct"}, {"tag", "direct"}}}},
-              {"experimental", {{"stand_in", stand_in}}}}
-      .dump();
-}
-
-Json Preference(const std::string& config) {
-  return {{"config", config}, {"autoConfigureProxy", false}};
-}
-
 std::string ReadFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -44,24 +33,6 @@ std::string ReadFile(const fs::path& path) {
 void WriteFile(const fs::path& path, const std::string& text) {
   fs::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << text;
-}
-
-void SwitchOn(HostProcess& host) {
-  EXPECT_EQ(host.Call("setWindowsDiagnosticsEnabled", {{"enabled", true}})["success"], true);
-}
-
-// The incidents that a new process finds, oldest first, as "reason/marker".
-std::vector<std::string> ImportedBy(HostProcess& host) {
-  host.Call("importPendingIncidents");
-  std::vector<std::string> found;
-  const Json answer = host.Call("getPendingIncidents");
-  for (const Json& incident : answer["success"]["incidents"]) {
-    if (incident["sessionId"] != "unknown") {
-      found.insert(found.begin(), incident["reason"].get<std::string>() + "/" +
-                                      incident["markerState"].get<std::string>());
-    }
-  }
-  return found;
 }
 
 TEST(Evidence, TellsHowEachSessionEnded) {
