@@ -68,12 +68,14 @@ def copy_tree():
     """Brings the copy up to date; files that are the same keep their times, and so their objects."""
     names = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
                            check=True, capture_output=True, text=True).stdout.split("\0")
+    names = sorted(name for name in names if name and (ROOT / name).is_file())
+    for old in [path for path in TREE.rglob("*") if path.is_file() or path.is_symlink()]:
+        place = old.relative_to(TREE)
+        if place.parts[0] != "build" and str(place) not in names:
+            old.unlink()
     digest = hashlib.sha256()
-    for name in sorted(filter(None, names)):
+    for name in names:
         source, target = ROOT / name, TREE / name
-        if not source.is_file():
-            target.unlink(missing_ok=True)
-            continue
         content = source.read_bytes()
         if name.startswith(("src/", "tests/", "scripts/lib/mut")):
             digest.update(name.encode() + b"\0" + content)
