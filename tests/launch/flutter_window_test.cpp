@@ -249,8 +249,11 @@ TEST_F(FlutterWindowTest, SamplingAfterTheEnginesEndFindsNone) {
 TEST_F(FlutterWindowTest, ASessionsEndIsNeitherAnsweredNorHeldUp) {
   CreateQuietly();
   EXPECT_EQ(Send(platform::kWmQueryEndSession, 0), 77);
+  EXPECT_TRUE(machine_.files.Content("os_shutdown_marker"));
   EXPECT_EQ(Send(platform::kWmEndSession, 1), 77);
+  EXPECT_TRUE(machine_.files.Content("os_shutdown_marker"));
   EXPECT_EQ(Send(platform::kWmEndSession, 0), 77);
+  EXPECT_FALSE(machine_.files.Content("os_shutdown_marker")) << "the session goes on";
 }
 
 TEST_F(FlutterWindowTest, TheEngineMayConsumeAllButTheFirstTwoPrivateMessages) {
@@ -294,6 +297,7 @@ TEST_F(FlutterWindowTest, AHandOverGivesUpTheMutexThenTheWindow) {
     exit_code = exit.code;
   }
   EXPECT_EQ(exit_code, 0u);
+  EXPECT_TRUE(machine_.files.Content("os_shutdown_marker"));
   EXPECT_THAT(machine_.TakeCallsWithout({"file: ", "RemoveWindow"}),
               ElementsAre("err: [FlutterWindow] WM_APP_TAKEOVER_EXIT \xE2\x80\x94 handing over to "
                           "elevated child",
