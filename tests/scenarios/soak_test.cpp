@@ -177,8 +177,9 @@ std::filesystem::path Soak::WriteScript() {
 
 TEST_P(Soak, AnswersEachCallOnceAndNoneTwice) {
   SCOPED_TRACE("seed " + std::to_string(seed_));
-  HostProcess host(
-      user_, {.environment = {{"KORVANE_CONSOLE_END_MS", "110000"}}, .script = WriteScript()});
+  HostProcess host(user_,
+                   {.environment = {{"KORVANE_CONSOLE_END_MS", "110000"},
+                                    {"KORVANE_CONSOLE_IN", HostUser::PathForHost(WriteScript())}}});
   EXPECT_EQ(host.WaitForExit(kLong), 0) << host.Transcript();
 
   const bool cut = GetParam().cut;
