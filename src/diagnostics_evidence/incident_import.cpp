@@ -85,15 +85,17 @@ bool WritePlaceholder(const EvidenceState& state, const std::string& id, const s
 void ScanIncident(const EvidenceState& state, const std::string& id, const std::string& trigger,
                   ArchiveScan& scan) {
   const bool pending = EvidenceExists(IncidentFile(state, id, kPendingName));
-  const bool has_manifest = EvidenceExists(IncidentFile(state, id, kManifestName));
-  const std::string session = SessionOfIncident(state, id, pending, has_manifest);
+  const auto manifest = os().files->Inspect(EvidencePath(IncidentFile(state, id, kManifestName)));
+  const bool absent = manifest && manifest.value() == platform::EntryKind::kAbsent;
+  const std::string session = SessionOfIncident(state, id, pending, !absent);
   if (!session.empty() && session != kUnknownSession) {
     AddKnownSession(scan.known_sessions, session, id);
   }
-  if (!has_manifest && !WritePlaceholder(state, id, session, trigger)) {
+  if (absent && !WritePlaceholder(state, id, session, trigger)) {
     return;
   }
-  if (pending) {
+  // Where it can't be told whether there is a manifest, the sentinel alone may name the session.
+  if (pending && manifest) {
     scan.unfinished.emplace_back(id, session);
   }
 }

@@ -6,8 +6,6 @@ namespace korvane::test {
 
 namespace {
 
-struct Crash {};
-
 constexpr wchar_t kSwitch[] = L"Software\\Korvane\\WindowsDiagnosticsEnabled";
 
 }  // namespace
@@ -17,7 +15,6 @@ EvidenceWorld::EvidenceWorld(bool captures) {
     SwitchInRegistry(true);
   }
   static_cast<void>(files.CreateDirectories(PathOf("incidents")));
-  Start();
 }
 
 platform::Os EvidenceWorld::OwnOs() {
@@ -32,25 +29,26 @@ platform::Os EvidenceWorld::OwnOs() {
 }
 
 LibboxLogBuffer& EvidenceWorld::Start() {
-  process_ = std::make_unique<LibboxLogBuffer>();
-  return *process_;
+  running_.reset();
+  running_ = std::make_unique<Running>(os_);
+  return evidence();
 }
 
-CountingPlan EvidenceWorld::CrashAt(std::size_t operation) {
-  return StopAt(operation, [] { throw Crash(); });
-}
-
-bool EvidenceWorld::Suffer(CountingPlan plan, const std::function<void(LibboxLogBuffer&)>& work) {
+std::size_t EvidenceWorld::Suffer(CountingPlan plan, const Work& work) {
+  LibboxLogBuffer& process = evidence();
   CountingOs counting(os_, std::move(plan));
   const platform::ScopedOs in_force(counting.os());
-  bool ended = true;
-  try {
-    work(*process_);
-  } catch (const Crash&) {
-    ended = false;
-  }
-  counted_ = counting.count();
-  return ended;
+  work(process);
+  return counting.count();
+}
+
+std::size_t EvidenceWorld::Restart(CountingPlan plan, const Work& work) {
+  running_.reset();
+  CountingOs counting(os_, std::move(plan));
+  const platform::ScopedOs in_force(counting.os());
+  LibboxLogBuffer process;
+  work(process);
+  return counting.count();
 }
 
 std::filesystem::path EvidenceWorld::PathOf(const std::string& name) const {
@@ -64,6 +62,7 @@ void EvidenceWorld::Put(const std::string& name, std::string_view bytes) {
   static_cast<void>(files.CreateDirectories(path.parent_path()));
   auto file = files.Open(path, platform::OpenMode::kWriteShared);
   static_cast<void>(files.Write(file.value(), bytes));
+  static_cast<void>(files.Flush(file.value()));
   static_cast<void>(files.Close(file.value()));
 }
 
@@ -76,25 +75,12 @@ void EvidenceWorld::Remove(const std::string& name) {
   static_cast<void>(files.RemoveFile(PathOf(name)));
 }
 
-void EvidenceWorld::Collect(const std::filesystem::path& folder, const std::string& prefix,
-                            std::map<std::string, std::string>& found) {
-  const auto entries = files.List(folder);
-  if (!entries) {
-    return;
-  }
-  for (const platform::DirectoryEntry& entry : entries.value()) {
-    const std::string name = prefix + entry.name.string();
-    if (entry.kind == platform::EntryKind::kDirectory) {
-      Collect(folder / entry.name, name + "/", found);
-    } else {
-      found[name] = Get(name);
-    }
-  }
-}
-
 std::map<std::string, std::string> EvidenceWorld::Snapshot() {
   std::map<std::string, std::string> found;
-  Collect(PathOf(""), "", found);
+  for (auto& [path, content] : files.After(Fate::kKept).files) {
+    const auto name = std::filesystem::path(path).lexically_relative(PathOf(""));
+    found[name.generic_string()] = std::move(content.bytes);
+  }
   return found;
 }
 

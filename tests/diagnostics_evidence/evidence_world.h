@@ -1,7 +1,8 @@
 // evidence_world.h: a machine of fakes on which one process after another keeps its evidence.
 //
 // Files and the registry live in memory and outlive the processes; clocks stand still. The process
-// that is in force begins with Start(); a crash or a fault is brought about by Suffer().
+// that is in force begins with Start(); a fault is brought about by Suffer(). Restart() stands
+// still wherever the process may end, and `files` tells what each end would leave.
 #pragma once
 
 #include <map>
@@ -35,17 +36,16 @@ class EvidenceWorld {
 
   // A new process; the former one is gone without a word.
   LibboxLogBuffer& Start();
-  LibboxLogBuffer& evidence() { return *process_; }
+  LibboxLogBuffer& evidence() { return running_ ? running_->process : Start(); }
 
-  // Runs something on the present process under a plan. True when it came to its end; false when
-  // the plan's stop ended the process.
-  bool Suffer(CountingPlan plan, const std::function<void(LibboxLogBuffer&)>& work);
-  // A plan that ends the process before the n-th changing operation.
-  static CountingPlan CrashAt(std::size_t operation);
-  // How many operations the last plan counted.
-  [[nodiscard]] std::size_t counted() const { return counted_; }
+  // Runs something under a plan, on the present process or on a new one from its start. Gives how
+  // many operations the plan has counted.
+  using Work = std::function<void(LibboxLogBuffer&)>;
+  std::size_t Suffer(CountingPlan plan, const Work& work);
+  std::size_t Restart(CountingPlan plan, const Work& work);
 
-  // Names below the evidence root, with forward slashes: "incidents/ID/manifest.json".
+  // Names below the evidence root, with forward slashes: "incidents/ID/manifest.json". What is put
+  // there is flushed.
   void Put(const std::string& name, std::string_view bytes);
   std::string Get(const std::string& name);  // "<absent>" when there is none
   void Remove(const std::string& name);
@@ -65,15 +65,21 @@ class EvidenceWorld {
  private:
   platform::Os OwnOs();
   std::filesystem::path PathOf(const std::string& name) const;
-  void Collect(const std::filesystem::path& folder, const std::string& prefix,
-               std::map<std::string, std::string>& found);
+
+  // A process, with a decorator around it for the orders that are watched.
+  struct Running {
+    explicit Running(const platform::Os& os) : watched(os), in_force(watched.os()) {}
+
+    CountingOs watched;
+    platform::ScopedOs in_force;
+    LibboxLogBuffer process;
+  };
 
   FakeProcess fake_process_{journal};
   CountingIdentifiers identifiers_;
   platform::Os os_ = OwnOs();
   platform::ScopedOs in_force_{os_};
-  std::unique_ptr<LibboxLogBuffer> process_;
-  std::size_t counted_ = 0;
+  std::unique_ptr<Running> running_;
 };
 
 // The JSON text of a marker and of a record, as the host writes them.

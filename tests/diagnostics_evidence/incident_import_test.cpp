@@ -314,7 +314,7 @@ std::size_t CollectSaid(const CountingPlan& plan, const std::string& id,
   EvidenceWorld world;
   LeaveOneOfEach(world);
   world.Start();
-  world.Suffer(plan, [&](LibboxLogBuffer& evidence) {
+  const std::size_t counted = world.Suffer(plan, [&](LibboxLogBuffer& evidence) {
     std::string failure;
     evidence.importPendingIncidents(&failure);
     said.insert(failure);
@@ -329,7 +329,7 @@ std::size_t CollectSaid(const CountingPlan& plan, const std::string& id,
   said.insert(journal.begin(), journal.end());
   const auto lines = world.errors.lines();
   said.insert(lines.begin(), lines.end());
-  return world.counted();
+  return counted;
 }
 
 TEST(IncidentImport, SaysInItsWordsWhatFailed) {

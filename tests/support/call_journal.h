@@ -1,4 +1,5 @@
-// call_journal.h: what several fakes were asked to do, in one order. Any thread.
+// call_journal.h: what several fakes were asked to do, in one order, watched for broken orders. Any
+// thread.
 #pragma once
 
 #include <string>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "platform/mutex.h"
+#include "support/order_watcher.h"
 
 namespace korvane::test {
 
@@ -14,6 +16,7 @@ class CallJournal {
  public:
   void Add(std::string call) {
     const MutexLock lock(mutex_);
+    order_.See(call);
     calls_.push_back(std::move(call));
   }
 
@@ -25,6 +28,7 @@ class CallJournal {
 
  private:
   Mutex mutex_;
+  CallOrder order_ KORVANE_GUARDED_BY(mutex_);
   std::vector<std::string> calls_ KORVANE_GUARDED_BY(mutex_);
 };
 

@@ -11,19 +11,27 @@
 #include "platform/mutex.h"
 #include "platform/os.h"
 #include "support/counting_os.h"
+#include "support/order_watcher.h"
 
 namespace korvane::test {
 
 // Counts operations and carries the plan out. Any thread.
 class OperationCounter {
  public:
-  explicit OperationCounter(CountingPlan plan) : plan_(std::move(plan)) {}
+  OperationCounter(CountingPlan plan, platform::Files& files)
+      : watcher(files), plan_(std::move(plan)) {}
 
   // Before an operation: the error that it is to fail with, or nothing. Stops here if so planned.
   std::optional<platform::ErrorCode> Begin(const Operation& operation);
 
+  // In the middle of a counted write: pauses here if so planned.
+  bool Halves() const { return plan_.action == CountingPlan::Action::kPauseAtEach; }
+  void PauseWithin() const { plan_.stop(); }
+
   std::size_t count() const;
   std::vector<std::string> trace() const;
+
+  OrderWatcher watcher;
 
  private:
   const CountingPlan plan_;
@@ -126,6 +134,8 @@ class Counted : public Subject {
     return counter_.Begin(
         {.name = name, .changes = effect == Effect::kChanges, .fallible = fallible});
   }
+
+  OrderWatcher& watcher() { return counter_.watcher; }
 
   Subject& inner_;
   OperationCounter& counter_;

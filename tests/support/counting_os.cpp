@@ -31,6 +31,12 @@ CountingPlan StopAt(std::size_t at, std::function<void()> stop, OperationFilter 
   return plan;
 }
 
+CountingPlan PauseAtEach(std::function<void()> pause) {
+  CountingPlan plan = StopAt(0, std::move(pause));
+  plan.action = CountingPlan::Action::kPauseAtEach;
+  return plan;
+}
+
 std::optional<platform::ErrorCode> OperationCounter::Begin(const Operation& operation) {
   std::size_t number = 0;  // 0: the filter has not taken it
   {
@@ -41,7 +47,8 @@ std::optional<platform::ErrorCode> OperationCounter::Begin(const Operation& oper
   using Action = CountingPlan::Action;
   const bool here = number != 0 && number == plan_.at;
   const bool behind = number != 0 && number > plan_.at;
-  if (plan_.action == Action::kStop && here) {
+  if ((plan_.action == Action::kStop && here) ||
+      (plan_.action == Action::kPauseAtEach && number != 0)) {
     plan_.stop();
   }
   const bool fails = (plan_.action == Action::kFailOnce && here) ||
@@ -61,7 +68,7 @@ std::vector<std::string> OperationCounter::trace() const {
 
 struct CountingOs::Sides {
   Sides(const platform::Os& inner, CountingPlan plan)
-      : counter(std::move(plan)),
+      : counter(std::move(plan), *inner.files),
         appearance(Count(*inner.appearance, counter)),
         clocks(Count(*inner.clocks, counter)),
         code_trust(Count(*inner.code_trust, counter)),

@@ -8,6 +8,8 @@
 //     ...
 //   }
 //
+// Whatever the plan, the orders of order_watcher.h are watched on the way.
+//
 // Any thread may make operations. A file's or handle's silent close by its destructor counts like
 // any other.
 #pragma once
@@ -43,9 +45,10 @@ inline constexpr platform::ErrorCode kInjectedError = 5;
 struct CountingPlan {
   enum class Action {
     kNone,
-    kFailOnce,  // the operation `at`, if it can fail
-    kFailFrom,  // it and every one behind it that can
-    kStop,      // calls `stop` before it is made; if that returns, things go on
+    kFailOnce,     // the operation `at`, if it can fail
+    kFailFrom,     // it and every one behind it that can
+    kStop,         // calls `stop` before it is made; if that returns, things go on
+    kPauseAtEach,  // calls `stop` before each of them, and when half of a write is made
   };
 
   Action action = Action::kNone;
@@ -59,6 +62,8 @@ CountingPlan FailOnce(std::size_t at, OperationFilter counted = FallibleOperatio
 CountingPlan FailFrom(std::size_t at, OperationFilter counted = FallibleOperation);
 CountingPlan StopAt(std::size_t at, std::function<void()> stop,
                     OperationFilter counted = ChangingOperation);
+// Stands still at each moment at which a process may end, so that one run shows them all.
+CountingPlan PauseAtEach(std::function<void()> pause);
 
 class CountingOs {
  public:

@@ -26,6 +26,7 @@ class CountingProcess final : public Counted<Process> {
     return Make(Effect::kLooks, "Process.ArgumentVector", &Process::ArgumentVector);
   }
   void Exit(std::uint32_t code) override {
+    watcher().Exits();
     Begin(Effect::kLooks, "Process.Exit", false);
     inner_.Exit(code);
   }
@@ -58,6 +59,9 @@ class CountingKernelObjects final : public Counted<KernelObjects> {
   CreatedMutex CreateNamedMutex(const std::wstring& name, bool initially_owned) override {
     CreatedMutex created = Make(Effect::kChanges, "KernelObjects.CreateNamedMutex",
                                 &KernelObjects::CreateNamedMutex, name, initially_owned);
+    if (created.handle) {
+      watcher().MadeMutex(created.handle.native(), initially_owned && created.code == 0);
+    }
     return {.handle = Own(std::move(created.handle)), .code = created.code};
   }
   Result<KernelHandle> CreateNamedEvent(const std::wstring& name) override {
@@ -72,7 +76,12 @@ class CountingKernelObjects final : public Counted<KernelObjects> {
     return Make(Effect::kChanges, "KernelObjects.SetEvent", &KernelObjects::SetEvent, event);
   }
   WaitOutcome Wait(const KernelHandle& object, std::uint32_t milliseconds) override {
-    return Make(Effect::kLooks, "KernelObjects.Wait", &KernelObjects::Wait, object, milliseconds);
+    WaitOutcome waited =
+        Make(Effect::kLooks, "KernelObjects.Wait", &KernelObjects::Wait, object, milliseconds);
+    if (waited.result == kWaitSignalled || waited.result == kWaitAbandoned) {
+      watcher().Waited(object.native());
+    }
+    return waited;
   }
   WaitOutcome WaitAny(const std::vector<const KernelHandle*>& objects,
                       std::uint32_t milliseconds) override {
@@ -80,6 +89,7 @@ class CountingKernelObjects final : public Counted<KernelObjects> {
                 milliseconds);
   }
   Status ReleaseMutex(const KernelHandle& mutex) override {
+    watcher().Releases(mutex.native());
     return Make(Effect::kChanges, "KernelObjects.ReleaseMutex", &KernelObjects::ReleaseMutex,
                 mutex);
   }

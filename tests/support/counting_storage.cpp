@@ -11,18 +11,32 @@ class CountingFiles final : public Counted<Files> {
   using Counted::Counted;
 
   Result<File> Open(const std::filesystem::path& path, OpenMode mode) override {
+    watcher().Opens(path, mode);
     const Effect effect = mode == OpenMode::kRead ? Effect::kLooks : Effect::kChanges;
     Result<File> opened = Make(effect, "Files.Open", &Files::Open, path, mode);
     if (opened) {
+      watcher().Opened(opened.value(), path);
       return File(this, opened.value().Release());
     }
     return opened;
   }
   Result<std::size_t> Write(File& file, std::string_view bytes) override {
-    return Make(Effect::kChanges, "Files.Write", &Files::Write, file, bytes);
+    watcher().Writes(file);
+    if (!counter_.Halves()) {
+      return Make(Effect::kChanges, "Files.Write", &Files::Write, file, bytes);
+    }
+    const std::string_view half = bytes.substr(0, bytes.size() / 2);
+    auto first = Make(Effect::kChanges, "Files.Write", &Files::Write, file, half);
+    counter_.PauseWithin();
+    auto rest = inner_.Write(file, bytes.substr(half.size()));
+    return first && rest ? first.value() + rest.value() : std::move(rest);
   }
   Result<std::string> Read(File& file, std::uint64_t max_bytes) override {
-    return Make(Effect::kLooks, "Files.Read", &Files::Read, file, max_bytes);
+    auto bytes = Make(Effect::kLooks, "Files.Read", &Files::Read, file, max_bytes);
+    if (bytes) {
+      watcher().Read(file);
+    }
+    return bytes;
   }
   Result<std::uint64_t> Size(File& file) override {
     return Make(Effect::kLooks, "Files.Size", &Files::Size, file);
@@ -34,11 +48,17 @@ class CountingFiles final : public Counted<Files> {
     return Make(Effect::kChanges, "Files.TruncateHere", &Files::TruncateHere, file);
   }
   Status Flush(File& file) override {
-    return Make(Effect::kLooks, "Files.Flush", &Files::Flush, file);
+    const Status flushed = Make(Effect::kLooks, "Files.Flush", &Files::Flush, file);
+    if (flushed) {
+      watcher().Flushed(file);
+    }
+    return flushed;
   }
   Status Close(File& file) override { return MakeClose("Files.Close", file); }
   Result<EntryKind> Inspect(const std::filesystem::path& path) override {
-    return Make(Effect::kLooks, "Files.Inspect", &Files::Inspect, path);
+    const auto kind = Make(Effect::kLooks, "Files.Inspect", &Files::Inspect, path);
+    watcher().Inspected(path, kind && kind.value() == EntryKind::kAbsent);
+    return kind;
   }
   Result<std::uint64_t> SizeOf(const std::filesystem::path& path) override {
     return Make(Effect::kLooks, "Files.SizeOf", &Files::SizeOf, path);
@@ -50,16 +70,26 @@ class CountingFiles final : public Counted<Files> {
     return Make(Effect::kChanges, "Files.Copy", &Files::Copy, from, to);
   }
   Status Rename(const std::filesystem::path& from, const std::filesystem::path& to) override {
-    return Make(Effect::kChanges, "Files.Rename", &Files::Rename, from, to);
+    watcher().Renames(from, to);
+    const Status renamed = Make(Effect::kChanges, "Files.Rename", &Files::Rename, from, to);
+    if (renamed) {
+      watcher().Renamed(to);
+    }
+    return renamed;
   }
   Status RemoveFile(const std::filesystem::path& path) override {
+    watcher().Removes(path);
     return Make(Effect::kChanges, "Files.RemoveFile", &Files::RemoveFile, path);
   }
   Status RemoveDirectory(const std::filesystem::path& path) override {
     return Make(Effect::kChanges, "Files.RemoveDirectory", &Files::RemoveDirectory, path);
   }
   Result<bool> CreateDirectories(const std::filesystem::path& path) override {
-    return Make(Effect::kChanges, "Files.CreateDirectories", &Files::CreateDirectories, path);
+    auto made = Make(Effect::kChanges, "Files.CreateDirectories", &Files::CreateDirectories, path);
+    if (!made) {
+      watcher().FolderFailed(path);
+    }
+    return made;
   }
   Result<std::vector<DirectoryEntry>> List(const std::filesystem::path& path) override {
     return Make(Effect::kLooks, "Files.List", &Files::List, path);
@@ -75,12 +105,19 @@ class CountingRegistry final : public Counted<Registry> {
 
   Result<std::uint32_t> ReadDword(RegistryHive hive, const std::wstring& key,
                                   const std::wstring& value) override {
-    return Make(Effect::kLooks, "Registry.ReadDword", &Registry::ReadDword, hive, key, value);
+    auto data = Make(Effect::kLooks, "Registry.ReadDword", &Registry::ReadDword, hive, key, value);
+    watcher().ReadSwitch(value, data && data.value() == 1);
+    return data;
   }
   Status WriteDword(RegistryHive hive, const std::wstring& key, const std::wstring& value,
                     std::uint32_t data) override {
-    return Make(Effect::kChanges, "Registry.WriteDword", &Registry::WriteDword, hive, key, value,
-                data);
+    watcher().SetsSwitch(value, data);
+    const Status set = Make(Effect::kChanges, "Registry.WriteDword", &Registry::WriteDword, hive,
+                            key, value, data);
+    if (set) {
+      watcher().SetSwitch(value, data);
+    }
+    return set;
   }
   Status DeleteValue(RegistryHive hive, const std::wstring& key,
                      const std::wstring& value) override {

@@ -10,50 +10,141 @@ using platform::OpenMode;
 using platform::Result;
 using platform::Status;
 
+namespace {
+
+using Key = MemoryFiles::Disk::Key;
+
+Key KeyOf(std::filesystem::path path) { return path.make_preferred().native(); }
+
+// Of no encoding, and with what a text format lives on in the wrong places.
+std::string Garbage(std::size_t size) {
+  constexpr std::string_view kPattern("\xFF{\"\0\n:\\\xC3}", 9);
+  std::string garbage;
+  while (garbage.size() < size) {
+    garbage += kPattern;
+  }
+  garbage.resize(size);
+  return garbage;
+}
+
+std::string BytesAfter(Fate fate, const MemoryFiles::Disk::Content& content) {
+  const std::size_t at_risk = content.bytes.size() - content.flushed;
+  switch (fate) {
+    case Fate::kKept:
+      return content.bytes;
+    case Fate::kLost:
+    case Fate::kUndone:
+      return content.bytes.substr(0, content.flushed);
+    case Fate::kCutShort:
+      return content.bytes.substr(0, content.flushed + at_risk / 2);
+    case Fate::kGarbage:
+      return content.bytes.substr(0, content.flushed) + Garbage(at_risk);
+  }
+  return {};
+}
+
+// Hands on what lies directly in a folder, by its key without the folder.
+template <typename Keys, typename Take>
+void EachIn(const Key& folder, const Keys& keys, const Take& take) {
+  constexpr auto kSeparator = std::filesystem::path::preferred_separator;
+  const Key beginning = folder + kSeparator;
+  for (auto entry = keys.lower_bound(beginning); entry != keys.end(); ++entry) {
+    const Key* key = nullptr;
+    if constexpr (requires { entry->first; }) {
+      key = &entry->first;
+    } else {
+      key = &*entry;
+    }
+    if (!key->starts_with(beginning)) {
+      return;
+    }
+    const Key name = key->substr(beginning.size());
+    if (name.find(kSeparator) == Key::npos) {
+      take(name);
+    }
+  }
+}
+
+}  // namespace
+
 std::optional<std::string> MemoryFiles::Content(const std::string& name) const {
-  for (const auto& [path, bytes] : files_) {
-    if (path.filename() == name) {
-      return bytes;
+  for (const auto& [key, node] : names_.files) {
+    if (std::filesystem::path(key).filename() == name) {
+      return node->bytes;
     }
   }
   return std::nullopt;
 }
 
+MemoryFiles::Disk MemoryFiles::After(Fate fate) const {
+  const Names& names = fate == Fate::kUndone ? flushed_names_ : names_;
+  Disk disk;
+  disk.folders = names.folders;
+  for (const auto& [key, node] : names.files) {
+    std::string bytes = BytesAfter(fate, *node);
+    const std::size_t flushed = fate == Fate::kKept ? node->flushed : bytes.size();
+    disk.files[key] = {.bytes = std::move(bytes), .flushed = flushed};
+  }
+  return disk;
+}
+
+void MemoryFiles::Become(const Disk& disk) {
+  open_.clear();
+  names_ = {};
+  names_.folders = disk.folders;
+  for (const auto& [key, content] : disk.files) {
+    names_.files[key] = std::make_shared<Disk::Content>(content);
+  }
+  flushed_names_ = names_;
+}
+
+MemoryFiles::Node MemoryFiles::Find(const std::filesystem::path& path) const {
+  const auto found = names_.files.find(KeyOf(path));
+  return found != names_.files.end() ? found->second : nullptr;
+}
+
 Result<File> MemoryFiles::Open(const std::filesystem::path& path, OpenMode mode) {
-  if (mode == OpenMode::kRead && !files_.contains(path)) {
+  Node node = Find(path);
+  if (mode == OpenMode::kRead && node == nullptr) {
     return Result<File>::Fail(kNotFound);
   }
-  std::string& bytes = files_[path];
-  if (mode == OpenMode::kWriteShared || mode == OpenMode::kWriteExclusive) {
-    bytes.clear();
+  const bool truncates = mode == OpenMode::kWriteShared || mode == OpenMode::kWriteExclusive;
+  if (node == nullptr || truncates) {
+    node = std::make_shared<Disk::Content>();
+    names_.files[KeyOf(path)] = node;
   }
   const std::intptr_t native = next_++;
-  open_[native] = {.path = path, .append = mode == OpenMode::kAppendLog};
+  open_[native] = {.node = std::move(node),
+                   .name = path.filename().string(),
+                   .append = mode == OpenMode::kAppendLog};
   return File(this, native);
 }
 
 Result<std::size_t> MemoryFiles::Write(File& file, std::string_view bytes) {
   OpenFile& opened = Opened(file);
-  std::string& content = BytesOf(file);
-  const std::size_t at = opened.append ? content.size() : opened.position;
-  content.resize(std::max(content.size(), at));
-  content.replace(at, std::min(bytes.size(), content.size() - at), bytes);
+  Disk::Content& content = *opened.node;
+  const std::size_t at = opened.append ? content.bytes.size() : opened.position;
+  content.bytes.resize(std::max(content.bytes.size(), at));
+  content.bytes.replace(at, std::min(bytes.size(), content.bytes.size() - at), bytes);
+  content.flushed = std::min(content.flushed, at);
   opened.position = at + bytes.size();
   if (on_write) {
-    on_write(opened.path.filename().string(), bytes);
+    on_write(opened.name, bytes);
   }
   return bytes.size();
 }
 
 Result<std::string> MemoryFiles::Read(File& file, std::uint64_t max_bytes) {
   OpenFile& opened = Opened(file);
-  const std::string& content = BytesOf(file);
+  const std::string& content = opened.node->bytes;
   std::string bytes = content.substr(std::min(opened.position, content.size()), max_bytes);
   opened.position += bytes.size();
   return bytes;
 }
 
-Result<std::uint64_t> MemoryFiles::Size(File& file) { return std::uint64_t{BytesOf(file).size()}; }
+Result<std::uint64_t> MemoryFiles::Size(File& file) {
+  return std::uint64_t{Opened(file).node->bytes.size()};
+}
 
 Status MemoryFiles::SeekToStart(File& file) {
   Opened(file).position = 0;
@@ -61,11 +152,18 @@ Status MemoryFiles::SeekToStart(File& file) {
 }
 
 Status MemoryFiles::TruncateHere(File& file) {
-  BytesOf(file).resize(Opened(file).position);
+  const OpenFile& opened = Opened(file);
+  opened.node->bytes.resize(opened.position);
+  opened.node->flushed = std::min(opened.node->flushed, opened.position);
   return Status::Ok();
 }
 
-Status MemoryFiles::Flush(File& /*file*/) { return Status::Ok(); }
+Status MemoryFiles::Flush(File& file) {
+  Disk::Content& content = *Opened(file).node;
+  content.flushed = content.bytes.size();
+  flushed_names_ = names_;
+  return Status::Ok();
+}
 
 Status MemoryFiles::Close(File& file) {
   open_.erase(file.Release());
@@ -73,70 +171,71 @@ Status MemoryFiles::Close(File& file) {
 }
 
 Result<EntryKind> MemoryFiles::Inspect(const std::filesystem::path& path) {
-  if (files_.contains(path)) {
+  if (Find(path) != nullptr) {
     return EntryKind::kFile;
   }
-  return folders_.contains(path) ? EntryKind::kDirectory : EntryKind::kAbsent;
+  return names_.folders.contains(KeyOf(path)) ? EntryKind::kDirectory : EntryKind::kAbsent;
 }
 
 Result<std::uint64_t> MemoryFiles::SizeOf(const std::filesystem::path& path) {
-  const auto found = files_.find(path);
-  if (found == files_.end()) {
-    return Result<std::uint64_t>::Fail(kNotFound);
-  }
-  return std::uint64_t{found->second.size()};
+  const Node node = Find(path);
+  return node != nullptr ? Result<std::uint64_t>(node->bytes.size())
+                         : Result<std::uint64_t>::Fail(kNotFound);
 }
 
 Result<std::int64_t> MemoryFiles::ModifiedAt(const std::filesystem::path& path) {
-  return files_.contains(path) ? Result<std::int64_t>(0) : Result<std::int64_t>::Fail(kNotFound);
+  return Find(path) != nullptr ? Result<std::int64_t>(0) : Result<std::int64_t>::Fail(kNotFound);
 }
 
 Status MemoryFiles::Copy(const std::filesystem::path& from, const std::filesystem::path& to) {
-  const auto found = files_.find(from);
-  if (found == files_.end()) {
+  const Node node = Find(from);
+  if (node == nullptr) {
     return Status::Fail(kNotFound);
   }
-  files_[to] = found->second;
+  names_.files[KeyOf(to)] = std::make_shared<Disk::Content>(Disk::Content{.bytes = node->bytes});
   return Status::Ok();
 }
 
 Status MemoryFiles::Rename(const std::filesystem::path& from, const std::filesystem::path& to) {
-  const Status copied = Copy(from, to);
-  if (copied && on_write) {
-    on_write(to.filename().string(), files_[to]);
+  const Node node = Find(from);
+  if (node == nullptr) {
+    return Status::Fail(kNotFound);
   }
-  return copied ? RemoveFile(from) : copied;
+  names_.files.erase(KeyOf(from));
+  names_.files[KeyOf(to)] = node;
+  if (on_write) {
+    on_write(to.filename().string(), node->bytes);
+  }
+  return Status::Ok();
 }
 
 Status MemoryFiles::RemoveFile(const std::filesystem::path& path) {
-  return files_.erase(path) == 1 ? Status::Ok() : Status::Fail(kNotFound);
+  return names_.files.erase(KeyOf(path)) == 1 ? Status::Ok() : Status::Fail(kNotFound);
 }
 
 Status MemoryFiles::RemoveDirectory(const std::filesystem::path& path) {
-  return folders_.erase(path) == 1 ? Status::Ok() : Status::Fail(kNotFound);
+  if (const auto entries = List(path); entries && !entries.value().empty()) {
+    return Status::Fail(kNotEmpty);
+  }
+  return names_.folders.erase(KeyOf(path)) == 1 ? Status::Ok() : Status::Fail(kNotFound);
 }
 
 Result<bool> MemoryFiles::CreateDirectories(const std::filesystem::path& path) {
   bool made = false;
   for (auto level = path; level.has_relative_path(); level = level.parent_path()) {
-    made |= folders_.emplace(level, true).second;
+    made |= names_.folders.insert(KeyOf(level)).second;
   }
   return made;
 }
 
 Result<std::vector<platform::DirectoryEntry>> MemoryFiles::List(const std::filesystem::path& path) {
   std::vector<platform::DirectoryEntry> entries;
-  const auto add = [&](const std::filesystem::path& entry, EntryKind kind) {
-    if (entry.parent_path() == path) {
-      entries.push_back({.name = entry.filename(), .kind = kind});
-    }
+  const auto add_as = [&entries](EntryKind kind) {
+    return [&entries, kind](const Key& name) { entries.push_back({.name = name, .kind = kind}); };
   };
-  for (const auto& [file, bytes] : files_) {
-    add(file, EntryKind::kFile);
-  }
-  for (const auto& [folder, exists] : folders_) {
-    add(folder, EntryKind::kDirectory);
-  }
+  EachIn(KeyOf(path), names_.files, add_as(EntryKind::kFile));
+  EachIn(KeyOf(path), names_.folders, add_as(EntryKind::kDirectory));
+  std::ranges::sort(entries, {}, &platform::DirectoryEntry::name);
   return entries;
 }
 
