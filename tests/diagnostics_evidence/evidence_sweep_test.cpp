@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
+#include <vector>
 
 #include "diagnostics_evidence/evidence_scenarios.h"
 
@@ -66,6 +67,49 @@ void CheckPreference(EvidenceWorld& world) {
   EXPECT_FALSE(world.Start().getWindowsDiagnosticsEnabled());
 }
 
+// A moment at which the machine stops: what its disk holds, and the registry, whose last value may
+// not have reached it.
+struct Stop {
+  MemoryFiles::Disk disk;
+  std::map<std::wstring, std::uint32_t> registry;
+};
+
+void LeaveEvidence(EvidenceWorld& world) {
+  LeaveCrash(world);
+  LeaveIncident(world, "20240101T000000Z-a", "clean");
+}
+
+void NoteStops(EvidenceWorld& world, const Stop& before, std::vector<Stop>& stops) {
+  for (const Fate fate : kFates) {
+    const MemoryFiles::Disk disk = world.files.After(fate);
+    stops.push_back({disk, world.registry.values});
+    stops.push_back({disk, before.registry});
+  }
+}
+
+TEST(EvidenceSweep, EndsOfAChangeLeaveThePreferenceOnOrOffAndAReturnedOffIsOff) {
+  for (const bool enable : {true, false}) {
+    EvidenceWorld world(/*captures=*/!enable);
+    LeaveEvidence(world);
+    const Stop before{world.files.After(Fate::kKept), world.registry.values};
+    std::vector<Stop> stops;
+    world.Restart(PauseAtEach([&] { NoteStops(world, before, stops); }), [&](Process& evidence) {
+      EXPECT_TRUE(evidence.setWindowsDiagnosticsEnabled(enable, nullptr));
+    });
+    const std::size_t returned = stops.size();
+    NoteStops(world, before, stops);
+    for (std::size_t stop = 0; stop < stops.size(); ++stop) {
+      EvidenceWorld again(/*captures=*/false);
+      again.files.Become(stops[stop].disk);
+      again.registry.values = stops[stop].registry;
+      EXPECT_TRUE(stop < returned || enable || !again.Start().getWindowsDiagnosticsEnabled());
+      CheckPreference(again);
+      ASSERT_FALSE(HasFailure()) << (enable ? "on, stop " : "off, stop ") << stop;
+    }
+    std::cout << stops.size() << " ends\n";
+  }
+}
+
 TEST(EvidenceSweep, LeavesThePreferenceOnOrOffAndNothingBehindWhenOff) {
   const MakePlan plans[] = {[](std::size_t at) { return FailOnce(at); },
                             [](std::size_t at) { return FailFrom(at); }};
@@ -75,8 +119,7 @@ TEST(EvidenceSweep, LeavesThePreferenceOnOrOffAndNothingBehindWhenOff) {
         SCOPED_TRACE((enable ? "on, operation " : "off, operation ") + std::to_string(operation));
         EvidenceWorld world(/*captures=*/!enable);
         if (!enable) {
-          LeaveCrash(world);
-          LeaveIncident(world, "20240101T000000Z-a", "clean");
+          LeaveEvidence(world);
         }
         world.Start();
         const std::size_t counted = world.Suffer(plan(operation), [enable](Process& evidence) {
