@@ -274,6 +274,20 @@ TEST(ShutdownRecord, FollowsItsOwner) {
   }
 }
 
+TEST(ShutdownRecord, OfAFormerProcessIsTakenOverWithoutItsLaterWord) {
+  EvidenceWorld world;
+  world.Put(kRecord, RecordText({{"session_id", "s0"},
+                                 {"state", "completed"},
+                                 {"later_intent", "updater"},
+                                 {"later_intent_at_utc", "t"}}));
+  world.Start().recordShutdownIntent("user_disconnect");
+  const auto record = nlohmann::json::parse(world.Get(kRecord));
+  EXPECT_EQ(record["session_id"], "<no-session>");
+  EXPECT_EQ(record["reason"], "user_disconnect");
+  EXPECT_EQ(record["later_intent"], "");
+  EXPECT_EQ(record["later_intent_at_utc"], "");
+}
+
 TEST(SessionLog, KeepsOneRedactedLineForEachBreadcrumb) {
   EvidenceWorld world;
   world.clock.Advance(100'000);
