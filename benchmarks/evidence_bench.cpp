@@ -1,6 +1,8 @@
 // What the evidence costs each time that it is looked at: the check of a clean log, beside a bare
-// read of the same file, and the listing of a full archive, beside the sum of its reads.
+// read of the same file, and the listing of a full archive, beside the sum of its reads. And what
+// it costs to write: the four durable steps of a session, beside those of a database.
 #include <benchmark/benchmark.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -125,6 +127,65 @@ void ReadArchive(benchmark::State& state) {
 }
 BENCHMARK(ReadArchive)->Name("list_archive/read");
 
+// Evidence that is switched on and has seen no session.
+class FreshEvidence {
+ public:
+  FreshEvidence() { evidence_.setWindowsDiagnosticsEnabled(true, nullptr); }
+  LibboxLogBuffer& evidence() { return evidence_; }
+
+ private:
+  test::TemporaryFolder folder_;
+  test::ScopedEnvironment roaming_{"APPDATA", folder_.path().string()};
+  test::ScopedEnvironment config_{"XDG_CONFIG_HOME", folder_.path().string()};
+  LibboxLogBuffer evidence_;
+};
+
+// The four steps of a session that must be on the disk before it goes on.
+void RunSession(LibboxLogBuffer& evidence) {
+  evidence.beginSession();
+  evidence.recordShutdownIntent("user_disconnect");
+  evidence.recordCloseResult(evidence.currentSessionId(), true, 0, "");
+  evidence.markCleanShutdown();
+}
+
+void WriteSession(benchmark::State& state) {
+  std::unique_ptr<FreshEvidence> fresh;
+  for (auto _ : state) {
+    state.PauseTiming();
+    fresh.reset();
+    fresh = std::make_unique<FreshEvidence>();
+    state.ResumeTiming();
+    RunSession(fresh->evidence());
+  }
+}
+BENCHMARK(WriteSession)->Name("evidence_write/ours")->UseRealTime();
+
+// The same four as transactions of a database that is told to keep them (its rollback journal, and
+// synchronous FULL, its default).
+void WriteTransactions(benchmark::State& state) {
+  constexpr const char* kSteps[] = {
+      "INSERT INTO session VALUES ('20261123T100000Z-1', 'session_active', '2026-11-23T10:00:00Z')",
+      "UPDATE session SET state = 'user_disconnect requested'",
+      "UPDATE session SET state = 'user_disconnect close 0'", "DELETE FROM session"};
+  const test::TemporaryFolder folder;
+  sqlite3* database = nullptr;
+  const auto run = [&](const char* sql) {
+    return sqlite3_exec(database, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+  };
+  bool good = sqlite3_open((folder / "evidence.db").string().c_str(), &database) == SQLITE_OK &&
+              run("CREATE TABLE session (id TEXT, state TEXT, at TEXT)");
+  for (auto _ : state) {
+    for (const char* const step : kSteps) {
+      good = good && run(step);
+    }
+  }
+  if (!good) {
+    state.SkipWithError("the database failed");
+  }
+  sqlite3_close(database);
+}
+BENCHMARK(WriteTransactions)->Name("evidence_write/sqlite")->UseRealTime();
+
 // What the evidence of one connect and one stop does to the disk.
 void OneSession(benchmark::State& state) {
   FullArchive archive;
@@ -132,10 +193,7 @@ void OneSession(benchmark::State& state) {
   const platform::ScopedOs in_force(counting.os());
   LibboxLogBuffer& evidence = archive.evidence();
   for (auto _ : state) {
-    evidence.beginSession();
-    evidence.recordShutdownIntent("user_disconnect");
-    evidence.recordCloseResult(evidence.currentSessionId(), true, 0, "");
-    evidence.markCleanShutdown();
+    RunSession(evidence);
   }
   const std::vector<std::string> trace = counting.trace();
   const auto per_session = [&](std::string_view operation) {

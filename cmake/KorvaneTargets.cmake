@@ -86,6 +86,9 @@ function(korvane_stand_in name)
   add_library(${name} SHARED ${arg_SOURCES})
   if(WIN32)
     set_target_properties(${name} PROPERTIES PREFIX "")
+  else()
+    # As on Windows, it calls its own functions where the program has the same ones.
+    target_link_options(${name} PRIVATE -Wl,-Bsymbolic-functions)
   endif()
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin"

@@ -20,7 +20,7 @@ packages_windows="g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine
 packages_picture="xvfb imagemagick x11-utils"
 packages_check="clang-format clang-tidy libclang-rt-14-dev"
 packages_coverage="llvm-14"
-packages_bench="libbenchmark-dev libre2-dev libpcre2-dev rapidjson-dev libmsgpack-cxx-dev libcurl4-openssl-dev libspdlog-dev valgrind"
+packages_bench="libbenchmark-dev libre2-dev libpcre2-dev rapidjson-dev libmsgpack-cxx-dev libcurl4-openssl-dev libspdlog-dev libsqlite3-dev valgrind"
 
 # need KIND...: installs what of these kinds is missing.
 need() {

@@ -1,9 +1,9 @@
 #include "vpn/engine_signature.h"
 
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <filesystem>
-#include <sstream>
 
 #include "platform/os.h"
 
@@ -17,9 +17,9 @@ using platform::WriteErrorLine;
 std::filesystem::path FileOf(const std::wstring& path) { return os().text->PathFromWide(path); }
 
 std::wstring Hexadecimal(std::uint32_t value) {
-  std::wostringstream text;
-  text << std::hex << value;
-  return text.str();
+  std::array<char, 8> digits;
+  const auto written = std::to_chars(digits.begin(), digits.end(), value, 16);
+  return {digits.begin(), written.ptr};
 }
 
 std::wstring UpperHexadecimal(const std::array<std::uint8_t, 20>& bytes) {
@@ -32,7 +32,7 @@ std::wstring UpperHexadecimal(const std::array<std::uint8_t, 20>& bytes) {
   return text;
 }
 
-bool ThumbprintMatches(platform::SignerCertificate& certificate, const std::wstring& expected) {
+bool ThumbprintMatches(platform::SignerCertificate& certificate, std::wstring_view expected) {
   const auto thumbprint = certificate.Sha1Thumbprint();
   if (!thumbprint) {
     return false;
@@ -41,12 +41,12 @@ bool ThumbprintMatches(platform::SignerCertificate& certificate, const std::wstr
   if (actual == expected) {
     return true;
   }
-  WriteErrorLine(L"[SECURITY] core signer thumbprint mismatch (expected " + expected + L", got " +
-                 actual + L")");
+  WriteErrorLine(L"[SECURITY] core signer thumbprint mismatch (expected " + std::wstring(expected) +
+                 L", got " + actual + L")");
   return false;
 }
 
-bool SubjectMatches(platform::SignerCertificate& certificate, const std::wstring& expected) {
+bool SubjectMatches(platform::SignerCertificate& certificate, std::wstring_view expected) {
   const auto name = certificate.SimpleDisplayName();
   if (!name) {
     return false;
@@ -54,8 +54,8 @@ bool SubjectMatches(platform::SignerCertificate& certificate, const std::wstring
   if (name->find(expected) != std::wstring::npos) {
     return true;
   }
-  WriteErrorLine(L"[SECURITY] core signer subject mismatch (expected substring '" + expected +
-                 L"', got '" + *name + L"')");
+  WriteErrorLine(L"[SECURITY] core signer subject mismatch (expected substring '" +
+                 std::wstring(expected) + L"', got '" + *name + L"')");
   return false;
 }
 
@@ -71,8 +71,6 @@ bool PassesVerification(const std::wstring& path, const platform::HeldFile& file
 }
 
 }  // namespace
-
-const SignerPin kEngineSignerPin = {};
 
 platform::Result<platform::ModuleHandle> VerifyAndLoadEngineFile(const std::wstring& path,
                                                                  const SignerPin& pin) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/dynamic_libraries.h"
 #include "platform/result.h"
@@ -15,12 +16,12 @@ namespace korvane {
 // Whose signature is asked for; with both empty, every valid one passes. With a thumbprint set, the
 // subject isn't looked at.
 struct SignerPin {
-  std::wstring thumbprint;  // upper-case hexadecimal SHA-1 of the certificate, 40 characters
-  std::wstring subject;     // a part of the signer's display name
+  std::wstring_view thumbprint;  // upper-case hexadecimal SHA-1 of the certificate, 40 characters
+  std::wstring_view subject;     // a part of the signer's display name
 };
 
 // The pin that is built into the program: none in this release.
-extern const SignerPin kEngineSignerPin;
+inline constexpr SignerPin kEngineSignerPin = {};
 
 // Loads one candidate: the only way in which the engine gets loaded. A failure carries the error of
 // the open or the load. Never stops the program.

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,7 @@ class OperationCounter {
 
   // Before an operation: the error that it is to fail with, or nothing. Stops here if so planned.
   std::optional<platform::ErrorCode> Begin(const Operation& operation);
+  void End(std::string_view name) const;
 
   // In the middle of a counted write: pauses here if so planned.
   bool Halves() const { return plan_.action == CountingPlan::Action::kPauseAtEach; }
@@ -38,6 +40,20 @@ class OperationCounter {
   mutable Mutex mutex_;
   std::size_t count_ KORVANE_GUARDED_BY(mutex_) = 0;
   std::vector<std::string> trace_ KORVANE_GUARDED_BY(mutex_);
+};
+
+// Tells the counter of an operation's end.
+class OperationEnd {
+ public:
+  OperationEnd(const OperationCounter& counter, std::string_view name)
+      : counter_(counter), name_(name) {}
+  ~OperationEnd() { counter_.End(name_); }
+  OperationEnd(const OperationEnd&) = delete;
+  OperationEnd& operator=(const OperationEnd&) = delete;
+
+ private:
+  const OperationCounter& counter_;
+  const std::string_view name_;
 };
 
 // How a result says that its operation failed; nothing for the types that can't.
@@ -109,6 +125,7 @@ class Counted : public Subject {
         return Failed<R>::With(*error);
       }
     }
+    const OperationEnd end(counter_, name);
     return (inner_.*method)(std::forward<Arguments>(arguments)...);
   }
 
@@ -119,6 +136,7 @@ class Counted : public Subject {
     if (Begin(effect, name, true)) {
       return failed;
     }
+    const OperationEnd end(counter_, name);
     return (inner_.*method)(std::forward<Arguments>(arguments)...);
   }
 
@@ -126,6 +144,7 @@ class Counted : public Subject {
   template <typename Owned>
   platform::Status MakeClose(const char* name, Owned& owned) {
     const auto error = Begin(Effect::kLooks, name, true);
+    const OperationEnd end(counter_, name);
     const platform::Status closed = inner_.Close(owned);
     return error ? platform::Status::Fail(*error) : closed;
   }

@@ -41,7 +41,9 @@ std::optional<platform::ErrorCode> OperationCounter::Begin(const Operation& oper
   std::size_t number = 0;  // 0: the filter has not taken it
   {
     MutexLock lock(mutex_);
-    trace_.emplace_back(operation.name);
+    if (plan_.traced) {
+      trace_.emplace_back(operation.name);
+    }
     number = plan_.counted(operation) ? ++count_ : 0;
   }
   using Action = CountingPlan::Action;
@@ -54,6 +56,12 @@ std::optional<platform::ErrorCode> OperationCounter::Begin(const Operation& oper
   const bool fails = (plan_.action == Action::kFailOnce && here) ||
                      (plan_.action == Action::kFailFrom && (here || behind));
   return fails && operation.fallible ? std::optional(plan_.error) : std::nullopt;
+}
+
+void OperationCounter::End(std::string_view name) const {
+  if (plan_.ended) {
+    plan_.ended(name);
+  }
 }
 
 std::size_t OperationCounter::count() const {

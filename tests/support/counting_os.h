@@ -56,6 +56,9 @@ struct CountingPlan {
   platform::ErrorCode error = kInjectedError;
   std::function<void()> stop;
   OperationFilter counted = AnyOperation;
+  bool traced = true;  // false: the trace stays empty, for a long run
+  // When set, called behind each operation that was made, on its thread.
+  std::function<void(std::string_view name)> ended = nullptr;
 };
 
 CountingPlan FailOnce(std::size_t at, OperationFilter counted = FallibleOperation);

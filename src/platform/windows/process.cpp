@@ -9,7 +9,7 @@
 
 #include <array>
 #include <cstdio>
-#include <iostream>
+#include <ios>
 #include <memory>
 
 #include "platform/no_destructor.h"
