@@ -4,8 +4,9 @@ usage: bench_table.py FOLDER
 
 FOLDER holds bench_*.json of Google Benchmark, each with repetitions, of which the median counts,
 instructions.json with instructions per byte by name, program.json with the size of korvane.exe
-and the number of libraries that it imports, and what the measure_*.py wrote. A row is read in its columns: what we take,
-what the peer takes, what can't be undercut, ours against the peer, and whether the target is met.
+and the number of libraries that it imports, and what the measure_*.py wrote. A row is read in its
+columns: what we take, what the peer takes, what can't be undercut, ours against the peer, and
+whether the target is met.
 """
 
 import json

@@ -3,11 +3,11 @@
 
 usage: measure_start.py RUNS FOLDER IDLE RESULT [PREFIX]
 
-FOLDER holds the host (korvane and timed_host); with PREFIX both programs and IDLE are run under Wine
-in that prefix. The runs of the programs alternate, each host with a fresh user. Writes into RESULT,
-as JSON, medians in milliseconds: from the launch to the message loop, the same less the time in the
-files' operations, and the idle program from its launch to its end. Prints the stages as startup.log
-has them, and what the time until the loop went into.
+FOLDER holds the host (korvane and timed_host); with PREFIX both programs and IDLE are run under
+Wine in that prefix. The runs of the programs alternate, each host with a fresh user. Writes into
+RESULT, as JSON, medians in milliseconds: from the launch to the message loop, the same less the
+median of the time in the files' operations, and the idle program from its launch to its end. Prints
+the stages as startup.log has them, and what the time until the loop went into.
 """
 
 import json
@@ -71,8 +71,9 @@ def main():
     median = statistics.median
     figures = {
         "until_loop": median(run["until_loop"] for run in timed_hosts),
-        "less_files": median(run["until_loop"] - subject(run, "Files") for run in timed_hosts),
         "idle": median(idles), "whole": median(run["wall"] for run in hosts)}
+    figures["less_files"] = figures["until_loop"] - median(
+        subject(run, "Files") for run in timed_hosts)
     result.write_text(json.dumps(figures) + "\n")
     print(", ".join(f"{name} {ms:.1f}" for name, ms in figures.items()), f"ms, {runs} runs")
     print("  startup.log:", ", ".join(
