@@ -61,49 +61,52 @@ class LibboxLogBuffer {
   LibboxLogBuffer();
 
   // Whether capture is on, and the user-visible text of the last failure (empty when none).
-  bool getWindowsDiagnosticsEnabled();
-  std::string getWindowsDiagnosticsFailure();
+  bool getWindowsDiagnosticsEnabled() KORVANE_EXCLUDES(mutex_);
+  std::string getWindowsDiagnosticsFailure() KORVANE_EXCLUDES(mutex_);
   // Stores the preference. On false, failure_out (may be null) tells why; capture is then off.
-  bool setWindowsDiagnosticsEnabled(bool enabled, std::string* failure_out);
+  bool setWindowsDiagnosticsEnabled(bool enabled, std::string* failure_out)
+      KORVANE_EXCLUDES(mutex_);
 
   // The evidence root and the archive's folder, with trailing separators. No lock.
   std::string baseDirectory() const;
   std::string incidentsDirectory() const;
   // Id of the session that was begun last in this process; empty before the first.
-  std::string currentSessionId();
+  std::string currentSessionId() KORVANE_EXCLUDES(mutex_);
   // Path of the session log; empty while capture is off.
-  std::string getLibboxLogPath();
+  std::string getLibboxLogPath() KORVANE_EXCLUDES(mutex_);
 
   // Appends one line to the session log. A throttled line is dropped when the last throttled one is
   // less than 30 s old.
-  void recordBreadcrumb(const std::string& text, bool throttled);
+  void recordBreadcrumb(const std::string& text, bool throttled) KORVANE_EXCLUDES(mutex_);
 
   // The life of a session: begun before the engine starts; ended by one of the two markers.
-  void beginSession();
-  void markCleanShutdown();
-  void markFailedStart();
+  void beginSession() KORVANE_EXCLUDES(mutex_);
+  void markCleanShutdown() KORVANE_EXCLUDES(mutex_);
+  void markFailedStart() KORVANE_EXCLUDES(mutex_);
 
   // The shutdown record: why the engine was stopped or the process goes away, and what came of it.
-  void recordShutdownIntent(const std::string& reason);
-  bool clearShutdownIntent(const std::string& reason);
+  void recordShutdownIntent(const std::string& reason) KORVANE_EXCLUDES(mutex_);
+  bool clearShutdownIntent(const std::string& reason) KORVANE_EXCLUDES(mutex_);
   void recordCloseResult(const std::string& session_id, bool success,
-                         std::optional<std::int32_t> close_code, const std::string& close_error);
+                         std::optional<std::int32_t> close_code, const std::string& close_error)
+      KORVANE_EXCLUDES(mutex_);
 
   // The marker of a system shutdown: written without a lock and whatever the preference is.
   void writeOsShutdownMarker();
   void clearOsShutdownMarker();
 
   // The boot import. On false, failure_out (may be null) tells why; empty when nothing was to do.
-  bool importPendingIncidents(std::string* failure_out);
+  bool importPendingIncidents(std::string* failure_out) KORVANE_EXCLUDES(mutex_);
   // The archive, newest first. A non-empty failure_out means that it could not be read.
-  std::vector<IncidentRow> getPendingIncidents(std::string* failure_out);
-  bool acknowledgeIncident(const std::string& incident_id, std::int32_t reimport_count);
+  std::vector<IncidentRow> getPendingIncidents(std::string* failure_out) KORVANE_EXCLUDES(mutex_);
+  bool acknowledgeIncident(const std::string& incident_id, std::int32_t reimport_count)
+      KORVANE_EXCLUDES(mutex_);
   // Journal lines of evicted incidents, at most `limit` and a line about a journal fault on top.
-  std::vector<std::string> evictedIncidents(std::size_t limit);
-  std::int32_t evictedCount();
+  std::vector<std::string> evictedIncidents(std::size_t limit) KORVANE_EXCLUDES(mutex_);
+  std::int32_t evictedCount() KORVANE_EXCLUDES(mutex_);
   // Reports the newest unexplained incident once. Platform thread only; the lock is held for the
   // listing alone, so an import on another thread may come in between.
-  std::optional<CrashSummary> checkForCrashLogs();
+  std::optional<CrashSummary> checkForCrashLogs() KORVANE_EXCLUDES(mutex_);
 
  private:
   // Its paths never change and may be read without the lock.

@@ -1,10 +1,13 @@
-// Two processes that write to one log at the same time.
+// Processes that write to one log at the same time.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "recorder/recorder_world.h"
@@ -16,16 +19,17 @@ namespace {
 
 using test::RecorderWorld;
 
-// Together the lines of both fill the log about one and a half times: one rotation comes in their
-// midst, and no second one loses what the first has put aside.
-constexpr int kEventsOfOneProcess = 1500;
+// Together all lines fill the log about one and a half times: one rotation comes in their midst,
+// and no second one loses what the first has put aside.
+constexpr std::int64_t kEvents = 3000;
 
 const test::SecondProcessRole kWriter("log writer", [] {
   RecorderWorld world(std::filesystem::path(test::HearLine().value()));
+  world.kernel_objects.bounded = test::HearLine() == "bounded";
   StartupRecorder recorder;
   test::SayLine("ready");
-  test::HearLine();
-  for (std::int64_t event = 0; event < kEventsOfOneProcess; ++event) {
+  const std::int64_t events = std::stoll(test::HearLine().value());
+  for (std::int64_t event = 0; event < events; ++event) {
     recorder.Event("dart_breadcrumb", {{"name", "two_processes"}, {"dartMs", event}});
   }
   for (const std::string& report : world.errors.lines()) {
@@ -34,18 +38,37 @@ const test::SecondProcessRole kWriter("log writer", [] {
   return 0;
 });
 
-TEST(TwoProcesses, WritingAtOnceLeaveWholeLinesAndAllOfThem) {
+// Processes that write at once, and whether they wait no longer than the log allows.
+struct Writers {
+  int number;
+  bool bounded;
+};
+
+class LogWriters : public testing::TestWithParam<Writers> {};
+
+TEST_P(LogWriters, LeaveWholeLinesAndLoseNoneButThoseThatTheyReport) {
+  const auto [number, bounded] = GetParam();
   const test::TemporaryFolder folder;
-  test::SecondProcess one("log writer");
-  test::SecondProcess other("log writer");
-  for (test::SecondProcess* writer : {&one, &other}) {
-    writer->Say(folder.path().string());
-    ASSERT_EQ(writer->Hear(), "ready");
+  std::vector<std::unique_ptr<test::SecondProcess>> writers;
+  for (int i = 0; i < number; ++i) {
+    writers.push_back(std::make_unique<test::SecondProcess>("log writer"));
+    writers.back()->Say(folder.path().string());
+    writers.back()->Say(bounded ? "bounded" : "patient");
+    ASSERT_EQ(writers.back()->Hear(), "ready");
   }
-  one.Say("go");
-  other.Say("go");
-  for (test::SecondProcess* writer : {&one, &other}) {
-    EXPECT_EQ(writer->Hear(), std::nullopt) << "a report";
+  for (const auto& writer : writers) {
+    writer->Say(std::to_string(kEvents / number));
+  }
+  std::map<std::int64_t, std::vector<std::int64_t>> events_by_process;
+  for (const auto& writer : writers) {
+    while (const auto report = writer->Hear()) {
+      EXPECT_TRUE(bounded) << *report;
+      const auto line = nlohmann::json::parse(*report);
+      EXPECT_EQ(line.at("recorder_failure"), "log_mutex_timeout") << *report;
+      if (line.at("stage") == "dart_breadcrumb") {
+        events_by_process[line.at("pid")].push_back(line.at("dartMs"));
+      }
+    }
     EXPECT_EQ(writer->Finish(), 0);
   }
 
@@ -54,19 +77,27 @@ TEST(TwoProcesses, WritingAtOnceLeaveWholeLinesAndAllOfThem) {
   EXPECT_FALSE(lines.empty()) << "the log was rotated meanwhile";
   const auto newer = world.Lines();
   lines.insert(lines.end(), newer.begin(), newer.end());
-
-  std::map<std::int64_t, std::vector<std::int64_t>> events_by_process;
+  std::map<std::int64_t, std::int64_t> last_event;
   for (const auto& line : lines) {
     if (line.at("stage") == "dart_breadcrumb") {
-      events_by_process[line.at("pid")].push_back(line.at("dartMs"));
+      const std::int64_t event = line.at("dartMs");
+      const auto last = last_event.emplace(line.at("pid"), -1).first;
+      EXPECT_GT(event, std::exchange(last->second, event)) << line;
+      events_by_process[line.at("pid")].push_back(event);
     }
   }
-  ASSERT_EQ(events_by_process.size(), 2u);
-  for (const auto& [pid, events] : events_by_process) {
-    ASSERT_EQ(events.size(), std::size_t{kEventsOfOneProcess}) << pid;
-    EXPECT_TRUE(std::is_sorted(events.begin(), events.end())) << pid;
+  ASSERT_EQ(events_by_process.size(), static_cast<std::size_t>(number));
+  for (auto& [pid, events] : events_by_process) {
+    std::vector<std::int64_t> all(static_cast<std::size_t>(kEvents / number));
+    std::iota(all.begin(), all.end(), 0);
+    std::ranges::sort(events);
+    EXPECT_EQ(events, all) << pid;
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Contention, LogWriters,
+                         testing::Values(Writers{2, false}, Writers{8, true}),
+                         [](const auto& test) { return "Of" + std::to_string(test.param.number); });
 
 // Stops in the midst of a line, for good.
 const test::SecondProcessRole kHolder("log holder", [] {

@@ -143,40 +143,26 @@ bool Has(const std::vector<std::string>& stages, const std::string& stage) {
   return std::ranges::find(stages, stage) != stages.end();
 }
 
-// A step of the child's (none: as soon as there is a process), and whether the parent is kept from
-// leaving until the child is dead.
-struct Step {
-  const char* stage;
-  bool parent_is_held;
-};
-
 TEST(Takeover, WhoseChildIsKilledAtAnyStepLeavesAHostOrTheWayToOne) {
-  const Step steps[] = {{"", false},
-                        {"process_start", false},
-                        {"session_facts", false},
-                        {"mutex", true},
-                        {"win32_create", false},
-                        {"engine_create", false},
-                        {"core_channel_ready", false},
-                        {"show_window", false}};
-  for (const auto& [stage, parent_is_held] : steps) {
-    if (*stage == '\0' && DrivesWindows()) {
+  // The first: as soon as there is a process.
+  for (const std::string stage : {"", "process_start", "session_facts", "mutex", "win32_create",
+                                  "engine_create", "core_channel_ready", "show_window"}) {
+    if (stage.empty() && DrivesWindows()) {
       continue;  // Wine makes a process in several steps; it's one for sure when it records
     }
-    SCOPED_TRACE(std::string("killed at ") + stage);
+    SCOPED_TRACE("killed at " + stage);
     const HostUser user;
     HostProcess parent(user);
     parent.Await({{"window", "shown"}});
     parent.Send({{"call", "requestAdminPrivileges"}, {"id", "takeover"}});
-    const auto comes_to = [&user](const char* wanted) {
-      return user.AwaitStartupLog(
-          [wanted](const auto& log) { return Has(StagesOfChild(log), wanted); });
+    const auto comes_to = [&user](const std::string& wanted) {
+      return user.AwaitStartupLog([&](const auto& log) { return Has(StagesOfChild(log), wanted); });
     };
-    if (parent_is_held) {
+    if (stage == "mutex") {  // the parent can't leave before the child is dead
       EXPECT_TRUE(comes_to("process_start"));
       kill(parent.pid(), SIGSTOP);
     }
-    EXPECT_TRUE(*stage == '\0' || comes_to(stage));
+    EXPECT_TRUE(stage.empty() || comes_to(stage));
     KillTakeoverChild(user);
     kill(parent.pid(), SIGCONT);
 

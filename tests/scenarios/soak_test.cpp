@@ -6,10 +6,12 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <ostream>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,6 +24,11 @@ namespace {
 // network tables starts a driver.
 constexpr std::chrono::minutes kLong{2};
 constexpr int kCalls = 400;
+
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
 
 struct Round {
   const char* name;
@@ -52,62 +59,21 @@ class Soak : public testing::TestWithParam<Round> {
 // One of all methods that don't reach beyond the user, with arguments of every kind, most of them
 // wrong for most methods; or one of those that keep the workers busy, with good ones.
 Json Soak::AnyCall() {
-  static const std::vector<std::string> methods{"loadVPNPreference",
-                                                "doConnectVpn",
-                                                "stopVPN",
-                                                "isRunning",
-                                                "getStatus",
-                                                "getCoreVersion",
-                                                "refreshVPNStatus",
-                                                "isobtainedNecessaryPermissions",
-                                                "enableAutoReconnect",
-                                                "disableAutoReconnect",
-                                                "getOnDemandStatus",
-                                                "isBatteryOptimizationIgnored",
-                                                "requestBatteryOptimizationExemption",
-                                                "isAlwaysOnVpnEnabled",
-                                                "openVpnSettings",
-                                                "disconnectForNodeSwitching",
-                                                "connectForNodeSwitching",
-                                                "restoreUserAutoReconnectPreference",
-                                                "checkForStuckState",
-                                                "getWindowsDiagnosticsEnabled",
-                                                "getWindowsDiagnosticsFailure",
-                                                "setWindowsDiagnosticsEnabled",
-                                                "checkForCrashLogs",
-                                                "importPendingIncidents",
-                                                "getPendingIncidents",
-                                                "acknowledgeIncident",
-                                                "recordShutdownIntent",
-                                                "clearShutdownIntent",
-                                                "getLibboxLogPath",
-                                                "checkAdminPrivileges",
-                                                "clearSystemProxy",
-                                                "performUrlTest",
-                                                "getAutoSelectorInfo",
-                                                "getWindowsRuntimeDiagnostics",
-                                                "noSuchMethod",
-                                                "startupBreadcrumb",
-                                                "startupUpdate"};
-  static const std::vector<Json> arguments{
-      nullptr,
-      true,
-      7,
-      {{"$int64", 7}},
-      1.5,
-      "text",
-      "\xc3\xa9",
-      {{"$latin1", "\xc3\xbf"}},
-      Json::array(),
-      {"text", 1},
-      Json::object(),
-      {{"config", "{}"}, {"autoConfigureProxy", "yes"}},
-      {{"config", 5}},
-      {{"enabled", 1}},
-      {{"reason", "tray_quit"}},
-      {{"incidentId", "../x"}, {"reimportCount", {{"$int64", 1}}}},
-      {{"$map", {{1, 2}}}},
-      {{"$bytes", "00ff"}}};
+  static const std::vector<std::string> methods = Words(
+      "loadVPNPreference doConnectVpn stopVPN isRunning getStatus getCoreVersion "
+      "refreshVPNStatus isobtainedNecessaryPermissions enableAutoReconnect disableAutoReconnect "
+      "getOnDemandStatus isBatteryOptimizationIgnored requestBatteryOptimizationExemption "
+      "isAlwaysOnVpnEnabled openVpnSettings disconnectForNodeSwitching connectForNodeSwitching "
+      "restoreUserAutoReconnectPreference checkForStuckState getWindowsDiagnosticsEnabled "
+      "getWindowsDiagnosticsFailure setWindowsDiagnosticsEnabled checkForCrashLogs "
+      "importPendingIncidents getPendingIncidents acknowledgeIncident recordShutdownIntent "
+      "clearShutdownIntent getLibboxLogPath checkAdminPrivileges clearSystemProxy "
+      "performUrlTest getAutoSelectorInfo getWindowsRuntimeDiagnostics noSuchMethod "
+      "startupBreadcrumb startupUpdate");
+  static const std::vector<Json> arguments = Json::parse(R"([null, true, 7, {"$int64":7}, 1.5,
+      "text", "\u00e9", {"$latin1":"\u00ff"}, [], ["text",1], {}, {"config":"{}",
+      "autoConfigureProxy":"yes"}, {"config":5}, {"enabled":1}, {"reason":"tray_quit"},
+      {"incidentId":"../x","reimportCount":{"$int64":1}}, {"$map":[[1,2]]}, {"$bytes":"00ff"}])");
   if (OneIn(2)) {
     return {{"call", AnyOf(methods)},
             {"args", AnyOf(arguments)},
