@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/seed.h"
 #include "support/small_stack.h"
 
 namespace korvane::test {
@@ -98,7 +99,7 @@ class ClashPatterns : public testing::Test {
  protected:
   ClashPatterns() { RecordProperty("seed", std::to_string(seed_)); }
 
-  const unsigned seed_ = std::random_device()();
+  const unsigned seed_ = Seed();
   testing::ScopedTrace trace_{__FILE__, __LINE__, "seed " + std::to_string(seed_)};
   Texts texts_{seed_};
 };

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/os.h"
+#include "support/seed.h"
 #include "support/small_stack.h"
 
 namespace korvane {
@@ -95,8 +96,8 @@ TEST(ConfigText, RewriteEqualsItsExpression) {
       "\"interface_name\"", "\"interface_name\":\"", "\"interface_name",
       // What may stand around the colon and in the value.
       ":", ": ", "\"", "\" ", "\"\t", "\n", "\v", "tun0", ",", "\\", "{", "\xA0"};
-  constexpr unsigned kSeed = 4711;
-  std::mt19937 random(kSeed);
+  const unsigned seed = test::Seed();
+  std::mt19937 random(seed);
   int rewritten = 0;
   for (int i = 0; i < 5000; ++i) {
     std::string text;
@@ -107,7 +108,7 @@ TEST(ConfigText, RewriteEqualsItsExpression) {
         text, InterfaceNameExpression(), std::string("\"interface_name\": \"Korvane-TUN-1-1\""),
         std::regex_constants::format_first_only);
     ASSERT_EQ(RewriteInterfaceName(text, "Korvane-TUN-1-1"), expected)
-        << "seed " << kSeed << ": " << text;
+        << "seed " << seed << ": " << text;
     rewritten += text != expected ? 1 : 0;
   }
   EXPECT_GT(rewritten, 100) << "the generated texts hardly ever match";
