@@ -18,6 +18,7 @@
 #include "scenarios/sessions.h"
 #include "scenarios/startup_log.h"
 #include "support/host_driver/host_target.h"
+#include "support/seed.h"
 
 namespace korvane::test {
 namespace {
@@ -53,7 +54,7 @@ std::vector<std::string> TakeIncidents(HostProcess& host, const HostUser& user) 
 }
 
 TEST_P(KilledSession, IsToldByTheNextStart) {
-  const unsigned seed = std::random_device()();
+  const unsigned seed = Seed() * 4 + static_cast<unsigned>(GetParam());
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   const int kills = DrivesWindows() ? 8 : 50;
