@@ -3,7 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include <cstdint>
+#include <filesystem>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -28,6 +34,20 @@ using ::testing::IsEmpty;
 constexpr std::uint32_t kMessageA = kWmApp + 1;
 constexpr std::uint32_t kMessageB = kWmApp + 2;
 
+// What this process has open: handles and the user's objects, or descriptors and threads.
+long OpenThings() {
+#ifdef _WIN32
+  DWORD handles = 0;
+  EXPECT_TRUE(::GetProcessHandleCount(::GetCurrentProcess(), &handles));
+  return static_cast<long>(handles + ::GetGuiResources(::GetCurrentProcess(), GR_USEROBJECTS));
+#else
+  const auto entries = [](const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+  };
+  return entries("/proc/self/fd") + entries("/proc/self/task");
+#endif
+}
+
 // Each case has a runtime folder of its own on Linux, so cases at one time don't meet.
 class WindowSystemTest : public testing::Test {
  protected:
@@ -49,6 +69,20 @@ TEST_F(WindowSystemTest, CreationReachesTheProcedureBeforeItReturns) {
   EXPECT_EQ(client.right - client.left, 300);
   EXPECT_EQ(client.bottom - client.top, 200);
   EXPECT_EQ(windows().OwnerProcess(created.value()), os().process->Id());
+}
+
+TEST_F(WindowSystemTest, AHundredWindowsLeaveNothingOpen) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  const auto make = [&name] {
+    TestWindow window(name);
+    ASSERT_TRUE(window.Create(L"title").ok());
+  };
+  make();  // the first sets up what stays
+  const long before = OpenThings();
+  for (int round = 0; round < 100; ++round) {
+    make();
+  }
+  EXPECT_EQ(OpenThings(), before);
 }
 
 TEST_F(WindowSystemTest, RefusalOfItsCreationLeavesNoWindow) {

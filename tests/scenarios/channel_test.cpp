@@ -64,8 +64,8 @@ TEST_F(Channel, SurvivesMessagesThatAreNoCalls) {
                        "com.sundrelak.korvane/vpn"));
 }
 
-TEST_F(Channel, TakesAConfigurationOfFiftyMegabytes) {
-  const auto reply = host_.Call("loadVPNPreference", {{"config", std::string(50'000'000, 'x')}});
+TEST_F(Channel, TakesAConfigurationOfTenMegabytes) {
+  const auto reply = host_.Call("loadVPNPreference", {{"config", std::string(10'000'000, 'x')}});
   EXPECT_EQ(reply["error"]["code"], "INVALID_CONFIG");
   EXPECT_EQ(host_.Call("isRunning")["success"], false);
 }

@@ -23,7 +23,7 @@ namespace korvane::test {
 
 using Json = nlohmann::json;
 
-inline constexpr std::chrono::seconds kPatience{60};
+inline constexpr std::chrono::seconds kPatience{120};
 
 struct HostOptions {
   std::vector<std::string> arguments = {};
