@@ -14,13 +14,13 @@ function(korvane_host_test name)
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
   include(GoogleTest)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
-                       TEST_PREFIX "${name}." PROPERTIES TIMEOUT 180 LABELS scenarios
+                       TEST_PREFIX "${name}." PROPERTIES TIMEOUT 600 LABELS scenarios
                        # A host that closes its window leaves a running engine to the system.
                        ENVIRONMENT TSAN_OPTIONS=report_thread_leaks=0)
   if(KORVANE_WINDOWS_BUILD)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
                          TEST_PREFIX "wine.${name}." TEST_LIST ${name}_WINE_TESTS
-                         PROPERTIES TIMEOUT 300 LABELS wine-scenarios
+                         PROPERTIES TIMEOUT 600 LABELS wine-scenarios
                          ENVIRONMENT KORVANE_HOST=windows)
   endif()
 endfunction()
