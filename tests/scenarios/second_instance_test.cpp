@@ -111,10 +111,15 @@ TEST(SecondInstance, IsWhatFiftyStartsAtOnceAreButOne) {
   for (const char* stage : {"process_start", "mutex"}) {
     EXPECT_EQ(told(stage), kStarts) << stage;
   }
-  for (const char* stage :
-       {"instance_mutex_wait_timeout", "activate_existing_instance_posted", "activate_request"}) {
-    EXPECT_EQ(told(stage), kStarts - 1) << stage;
-  }
+  EXPECT_EQ(told("instance_mutex_wait_timeout"), kStarts - 1);
+  // A start looks for two seconds and takes the window as it finds it, ready or not; which it is
+  // depends on how busy the machine is.
+  const std::size_t posted = told("activate_existing_instance_posted");
+  EXPECT_EQ(posted + told("activate_existing_instance_legacy") +
+                told("activate_existing_instance_pid_failed") +
+                told("activate_existing_instance_window_not_found"),
+            kStarts - 1);
+  EXPECT_EQ(told("activate_request"), posted);
   EXPECT_EQ(told("show_window"), 1U);
 }
 
