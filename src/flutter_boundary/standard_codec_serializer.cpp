@@ -1,5 +1,6 @@
 #include "flutter_boundary/standard_codec_serializer.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <limits>
@@ -192,7 +193,7 @@ class ContentWriter {
     if (place != nullptr) {
       place[0] = static_cast<std::uint8_t>(Type::kString);
       place[1] = static_cast<std::uint8_t>(text.size());
-      std::memcpy(place + 2, text.data(), text.size());
+      std::copy(text.begin(), text.end(), place + 2);
       return;
     }
     WriteHead(Type::kString, text.size());
