@@ -59,6 +59,17 @@ TEST(CrashSummary, EachLineIsReadAsJsonOrByItsWords) {
   EXPECT_EQ(entries.back().msg, "last without a line feed");
 }
 
+// The filter undoes the encoding before the log is cut into lines.
+TEST(CrashSummary, AnEncodedLineFeedEndsALine) {
+  EvidenceRoom room;
+  const std::string path = room.state.base_dir + "a.log";
+  room.Put(path, R"(a panic\u000Adebug)");
+
+  const auto entries = parseCrashLog(path);
+  ASSERT_EQ(entries.size(), 2U);
+  EXPECT_EQ(entries[0].msg + "|" + entries[1].msg, "a panic|debug");
+}
+
 TEST(CrashSummary, TheSentenceIsTheLastErrorThenTheLastTellingWordThenTheLastLine) {
   const auto entry = [](const char* level, const char* msg) {
     return CrashLogEntry{"", msg, level};
