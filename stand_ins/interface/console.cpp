@@ -236,6 +236,14 @@ void Console::Execute(const FailLine& line) {
 
 void Console::Execute(const SleepLine& line) { std::this_thread::sleep_for(line.time); }
 
+void Console::Execute(const MeasureLine& /*line*/) {
+  dart_.Forget();
+  journal_.Forget();
+  const Holdings held = HoldingsOfProcess();
+  journal_.Write(Line("holds", {{"heap", held.heap_bytes ? Json(*held.heap_bytes) : Json()},
+                                {"handles", held.handles ? Json(*held.handles) : Json()}}));
+}
+
 void Console::Execute(const CloseLine& /*line*/) {
   closing_ = true;
   if (!window_thread::PostToHost(kWmClose, 0, 0, false)) {

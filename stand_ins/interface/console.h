@@ -88,6 +88,7 @@ class Console {
   void Execute(const ConsumeLine& line);
   void Execute(const FailLine& line) KORVANE_EXCLUDES(mutex_);
   void Execute(const SleepLine& line);
+  void Execute(const MeasureLine& line);
   void Execute(const CloseLine& line);
   [[noreturn]] void Execute(const AbortLine& line);
 

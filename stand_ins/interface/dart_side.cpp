@@ -89,6 +89,11 @@ Json DartSide::OpenCalls() {
   return ids;
 }
 
+void DartSide::Forget() {
+  MutexLock lock(mutex_);
+  known_.clear();
+}
+
 void DartSide::End() {
   MutexLock lock(mutex_);
   open_.clear();

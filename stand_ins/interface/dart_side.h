@@ -48,6 +48,9 @@ class DartSide {
   // The ids of the open calls.
   Json OpenCalls() KORVANE_EXCLUDES(mutex_);
 
+  // Forgets the ids of former calls.
+  void Forget() KORVANE_EXCLUDES(mutex_);
+
   // The engine is gone: nobody awaits anything any more.
   void End() KORVANE_EXCLUDES(mutex_);
 

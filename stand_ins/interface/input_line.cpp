@@ -294,6 +294,9 @@ ParsedLine ParseObject(const Json& object) {
   if (object.contains("close")) {
     return ParseTrue<CloseLine>(fields, "close");
   }
+  if (object.contains("measure")) {
+    return ParseTrue<MeasureLine>(fields, "measure");
+  }
   if (object.contains("abort")) {
     return ParseTrue<AbortLine>(fields, "abort");
   }

@@ -61,11 +61,12 @@ struct SleepLine {
   std::chrono::milliseconds time;
 };
 
+struct MeasureLine {};
 struct CloseLine {};
 struct AbortLine {};
 
 using InputLine = std::variant<SendLine, WaitLine, FrameLine, WindowLine, ConsumeLine, FailLine,
-                               SleepLine, CloseLine, AbortLine>;
+                               SleepLine, MeasureLine, CloseLine, AbortLine>;
 
 // One of the two is set.
 struct ParsedLine {

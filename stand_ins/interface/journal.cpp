@@ -57,6 +57,15 @@ bool Journal::Wait(const WaitLine& wait, bool in_a_row) {
   return met.has_value();
 }
 
+void Journal::Forget() {
+  MutexLock lock(mutex_);
+  std::vector<Arrival>().swap(arrivals_);
+  replies_.clear();
+  taken_.clear();
+  last_met_ = 0;
+  row_begin_ = 0;
+}
+
 void Journal::Note(const Json& fields) {
   if (fields.contains("reply")) {
     replies_.insert_or_assign(fields["reply"].dump(), arrivals_.size());

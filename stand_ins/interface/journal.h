@@ -42,6 +42,9 @@ class Journal {
   // Waits; false when the time ran out. `in_a_row`: the line before was a wait, too.
   [[nodiscard]] bool Wait(const WaitLine& wait, bool in_a_row) KORVANE_EXCLUDES(mutex_);
 
+  // Forgets all that a later wait could be met by.
+  void Forget() KORVANE_EXCLUDES(mutex_);
+
  private:
   using Clock = std::chrono::steady_clock;
   using Kind = WaitLine::Kind;

@@ -21,6 +21,13 @@ bool IsTakeoverSuccessor();
 // Ends it as a crash does: nothing is flushed, no handler runs.
 [[noreturn]] void CrashProcess();
 
+// What the process holds, as far as it can be counted here.
+struct Holdings {
+  std::optional<std::uint64_t> heap_bytes;  // where one of the compiler's checkers counts it
+  std::optional<std::uint32_t> handles;     // on Windows; under Wine a number that grows with them
+};
+Holdings HoldingsOfProcess();
+
 // Where lines come from: the file of KORVANE_CONSOLE_IN, or standard input. One thread.
 class InputSource {
  public:

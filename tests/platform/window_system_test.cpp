@@ -34,12 +34,23 @@ using ::testing::IsEmpty;
 constexpr std::uint32_t kMessageA = kWmApp + 1;
 constexpr std::uint32_t kMessageB = kWmApp + 2;
 
-// What this process has open: handles and the user's objects, or descriptors and threads.
+// A number that grows with what this process has open: handles and the user's objects, or
+// descriptors and threads.
 long OpenThings() {
 #ifdef _WIN32
   DWORD handles = 0;
   EXPECT_TRUE(::GetProcessHandleCount(::GetCurrentProcess(), &handles));
-  return static_cast<long>(handles + ::GetGuiResources(::GetCurrentProcess(), GR_USEROBJECTS));
+  if (handles != 0) {
+    return static_cast<long>(handles + ::GetGuiResources(::GetCurrentProcess(), GR_USEROBJECTS));
+  }
+  // Wine counts none, but gives the lowest free number to the next one of each.
+  const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ::CloseHandle(event);
+  const HWND window =
+      ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+  EXPECT_TRUE(::DestroyWindow(window));
+  return static_cast<long>(reinterpret_cast<std::uintptr_t>(event) +
+                           LOWORD(reinterpret_cast<std::uintptr_t>(window)));
 #else
   const auto entries = [](const char* folder) {
     return std::distance(std::filesystem::directory_iterator(folder), {});
