@@ -23,8 +23,7 @@ function(korvane_library name)
   target_include_directories(korvane_${name} PUBLIC "${door}")
 
   target_link_libraries(korvane_${name} PRIVATE korvane_options)
-  # Debug builds optimise the program a little, since tests feed it megabytes, and the tests not at
-  # all, since they take long enough to compile.
+  # Debug builds optimise the program a little, since tests feed it megabytes.
   target_compile_options(korvane_${name} PRIVATE $<$<CONFIG:Debug>:-O1>)
   foreach(room ${arg_DEPENDS})
     target_link_libraries(korvane_${name} PUBLIC korvane_${room})
@@ -60,6 +59,8 @@ function(korvane_test name)
   add_executable(${name} ${sources} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_DEPENDS} gmock gtest_main korvane_options)
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  # The cases aren't optimised in any build: they take long enough to compile.
+  target_compile_options(${name} PRIVATE -O0)
   set(properties TIMEOUT 600)
   if(arg_LABELS)
     list(APPEND properties LABELS "${arg_LABELS}")
