@@ -21,8 +21,7 @@
 //   close  request, connection, session
 // Wine takes "no proxy" and does nothing with it, so http_proxy must be unset there, as
 // scripts/lib/wine-run does; Windows itself never reads that variable.
-// Linux: a non-blocking socket and poll; connecting and sending the first bytes are one wait; heads
-// of more than 64 KiB are refused.
+// Linux: a socket whose waits are bounded by the system; heads of more than 64 KiB are refused.
 #pragma once
 
 #include <cstdint>

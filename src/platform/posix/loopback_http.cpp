@@ -2,9 +2,10 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <span>
@@ -13,7 +14,6 @@
 #include "platform/no_destructor.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/http_answer.h"
-#include "platform/posix/wait_deadline.h"
 #include "platform/real_os.h"
 
 namespace korvane::platform {
@@ -67,61 +67,43 @@ class PosixSession final : public LoopbackHttpSession {
 
  private:
   bool Connect(std::uint16_t port) {
-    socket_ = FileDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    socket_ = FileDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (!socket_) {
-      return false;
-    }
-    // A connection that is still on its way is waited for where the request is sent.
-    return connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) ==
-               0 ||
-           errno == EINPROGRESS;
+    // An interrupted connect goes on, and the send waits for it.
+    return socket_ && BoundWaits() &&
+           (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) ==
+                0 ||
+            errno == EINTR);
+  }
+
+  // Bounds each wait for the peer; one for sending is also one for the connection.
+  bool BoundWaits() {
+    const timeval bound{.tv_sec = timeout_ms_ / 1000, .tv_usec = timeout_ms_ % 1000 * 1000};
+    return setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof(bound)) == 0 &&
+           setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof(bound)) == 0;
   }
 
   bool Send(std::string_view bytes) {
     while (!bytes.empty()) {
       const ssize_t sent = send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      if (sent > 0) {
-        bytes.remove_prefix(static_cast<std::size_t>(sent));
-      } else if (!MayGoOn(POLLOUT)) {
+      if (sent < 0 && errno != EINTR) {
         return false;
       }
+      bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
     }
     return true;
   }
 
   // How many bytes have come; 0 when none will, in time.
   std::size_t Receive(std::span<char> buffer) {
-    for (;;) {
-      const ssize_t received = recv(socket_.get(), buffer.data(), buffer.size(), 0);
-      if (received >= 0) {
-        return static_cast<std::size_t>(received);
-      }
-      if (!MayGoOn(POLLIN)) {
-        return 0;
-      }
-    }
-  }
-
-  // Behind a call that failed: whether it is worth making again, after a wait where one is due.
-  bool MayGoOn(short events) {
-    return errno == EINTR || ((errno == EAGAIN || errno == EWOULDBLOCK) && Wait(events));
-  }
-
-  // Whether the socket became ready before the time-out.
-  bool Wait(short events) {
-    const WaitDeadline deadline(timeout_ms_);
-    for (;;) {
-      pollfd wanted{.fd = socket_.get(), .events = events, .revents = 0};
-      const timespec left = deadline.Left();
-      const int ready = ppoll(&wanted, 1, &left, nullptr);
-      if (ready >= 0 || errno != EINTR) {
-        return ready > 0;
-      }
-    }
+    ssize_t received = -1;
+    do {
+      received = recv(socket_.get(), buffer.data(), buffer.size(), 0);
+    } while (received < 0 && errno == EINTR);
+    return static_cast<std::size_t>(std::max<ssize_t>(received, 0));
   }
 
   const std::uint32_t timeout_ms_;
