@@ -8,18 +8,26 @@
 
 namespace {
 
+std::size_t SizeOf(void* memory) {
+#ifdef _WIN32
+  return _msize(memory);
+#else
+  return malloc_usable_size(memory);
+#endif
+}
+
 std::atomic<std::size_t> held{0};
 
 void* Counted(void* memory) {
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
-  held += malloc_usable_size(memory);
+  held += SizeOf(memory);
   return memory;
 }
 
 void Release(void* memory) {
-  held -= memory != nullptr ? malloc_usable_size(memory) : 0;
+  held -= memory != nullptr ? SizeOf(memory) : 0;
   std::free(memory);
 }
 

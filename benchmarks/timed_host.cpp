@@ -1,8 +1,8 @@
 // The host, with a clock at each of its system's operations on the window thread. Into the file
 // named by KORVANE_TIMES goes one JSON object per line: when the message loop is reached, and then
-// the time of each message that was handled, natively with the host's own heap at its end. Either
-// has the time of each subject of the system since the line before, in microseconds without what
-// ran within it.
+// the time of each message that was handled, with the host's own heap at its end. Either has the
+// time of each subject of the system since the line before, in microseconds without what ran
+// within it.
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "host_heap.h"
 #include "launch/launch_sequence.h"
 #include "platform/os.h"
 #include "platform/real_os.h"
@@ -20,8 +21,6 @@
 
 #ifdef _WIN32
 #include <windows.h>
-#else
-#include "host_heap.h"
 #endif
 
 namespace korvane::bench {
@@ -64,10 +63,7 @@ class Times {
       running_.back().within += whole;
     }
     if (name == "WindowSystem.Dispatch") {
-      lines_ << R"({"message_us":)" << Count(whole);
-#ifndef _WIN32
-      lines_ << R"(,"heap":)" << HostHeapBytes();
-#endif
+      lines_ << R"({"message_us":)" << Count(whole) << R"(,"heap":)" << HostHeapBytes();
       WriteSubjects();
     }
   }

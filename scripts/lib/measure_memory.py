@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures what the host holds on to, with a configuration of 200 KB.
 
-usage: measure_memory.py TIMED_HOST RESULT CONNECTS
+usage: measure_memory.py TIMED_HOST RESULT CONNECTS [WINE_PREFIX]
 
 Writes into RESULT, as JSON, the bytes that the host's `new` has given out at rest: before the first
 connect, after one connect and stop, and after so many; the stand-ins' aren't among them.
@@ -22,6 +22,7 @@ def heap_of(host):
 
 def main():
     program, result, connects = sys.argv[1], pathlib.Path(sys.argv[2]), int(sys.argv[3])
+    prefix = sys.argv[4] if len(sys.argv) > 4 else None
     preference = {"config": timed_host.configuration(200_000), "autoConfigureProxy": False}
 
     def session(host):
@@ -31,8 +32,8 @@ def main():
         host.call("stopVPN")
         return connected
 
-    with timed_host.fresh_user() as (home, environment):
-        host = timed_host.TimedHost(program, home, environment)
+    with timed_host.fresh_user(prefix) as (home, environment):
+        host = timed_host.TimedHost(program, home, environment, prefix)
         heap = {"before": heap_of(host)}
         heap["connected"] = session(host)
         heap["after_one"] = heap_of(host)
