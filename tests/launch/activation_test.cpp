@@ -10,6 +10,7 @@
 namespace korvane {
 namespace {
 
+using nlohmann::json;
 using testing::Each;
 using testing::ElementsAre;
 using testing::SizeIs;
@@ -21,7 +22,7 @@ class ActivationTest : public testing::Test {
     machine_.journal.Take();
   }
 
-  platform::WindowHandle AddRunningWindow(bool speaks_protocol, std::uint32_t owner = 99) {
+  void AddRunningWindow(bool speaks_protocol, std::uint32_t owner) {
     const platform::WindowHandle window =
         machine_.windows.AddForeign(kWindowClass, kWindowTitle, owner);
     if (speaks_protocol) {
@@ -29,62 +30,56 @@ class ActivationTest : public testing::Test {
           machine_.windows.SetWindowProperty(window, L"Korvane.ActivationProtocol", 1));
       machine_.journal.Take();
     }
-    return window;
   }
 
   test::FakeMachine& machine_ = test::FakeMachine::Get();
 };
 
-TEST_F(ActivationTest, ARequestCarriesTheSendersProcess) {
-  AddRunningWindow(true);
+struct WindowRow {
+  const char* name;
+  bool speaks_protocol;
+  std::uint32_t owner;
+  const char* fails;
+  std::string calls;
+};
+
+void PrintTo(const WindowRow& row, std::ostream* out) { *out << row.name; }
+
+class RunningWindowTest : public ActivationTest, public testing::WithParamInterface<WindowRow> {};
+
+TEST_P(RunningWindowTest, IsAskedOrShownAndTheResultIsRecorded) {
+  const WindowRow& row = GetParam();
+  AddRunningWindow(row.speaks_protocol, row.owner);
+  machine_.windows.Fail(row.fails);
   ActivateExistingInstance();
-  EXPECT_THAT(machine_.journal.Take(),
-              ElementsAre("AllowForeground(99)", "Post(foreign, 0x802b, 4711, 0)",
-                          "log: activate_existing_instance_posted"));
-  EXPECT_THAT(machine_.Logged("activate_existing_instance_posted"),
-              ElementsAre(nlohmann::json{{"target_pid", 99}}));
+  std::string calls;
+  for (const std::string& call : machine_.journal.Take()) {
+    calls += call + "; ";
+    if (call.starts_with("log: ")) {
+      const json fields = row.owner == 0 ? json::object() : json{{"target_pid", row.owner}};
+      EXPECT_THAT(machine_.Logged(call.substr(5)), ElementsAre(fields)) << call;
+    }
+  }
+  EXPECT_EQ(calls, row.calls);
 }
 
-TEST_F(ActivationTest, ADeniedForegroundStillAsks) {
-  AddRunningWindow(true);
-  machine_.windows.Fail("AllowForeground");
-  ActivateExistingInstance();
-  EXPECT_THAT(
-      machine_.journal.Take(),
-      ElementsAre("AllowForeground(99)", "log: foreground_permission_denied",
-                  "Post(foreign, 0x802b, 4711, 0)", "log: activate_existing_instance_posted"));
-}
+const std::string kPost = "Post(foreign, 0x802b, 4711, 0); ";
+const std::string kPosted = kPost + "log: activate_existing_instance_posted; ";
+const std::string kAllow = "AllowForeground(99); ";
+const std::string kDenied = "log: foreground_permission_denied; ";
+const std::string kShow =
+    "log: activate_existing_instance_legacy; Show(foreign, 9); SetForeground(foreign); ";
 
-TEST_F(ActivationTest, AFailedPostIsRecordedWithoutAnErrorNumber) {
-  AddRunningWindow(true);
-  machine_.windows.Fail("Post", 5);
-  ActivateExistingInstance();
-  EXPECT_THAT(machine_.Logged("activation_post_failed"),
-              ElementsAre(nlohmann::json{{"target_pid", 99}}));
-}
-
-TEST_F(ActivationTest, AWindowWithoutTheProtocolIsShownFromHere) {
-  AddRunningWindow(false);
-  ActivateExistingInstance();
-  EXPECT_THAT(machine_.journal.Take(), ElementsAre("log: activate_existing_instance_legacy",
-                                                   "Show(foreign, 9)", "SetForeground(foreign)"));
-}
-
-TEST_F(ActivationTest, ALegacyWindowMayRefuseTheForeground) {
-  AddRunningWindow(false);
-  machine_.windows.Fail("SetForeground");
-  ActivateExistingInstance();
-  EXPECT_THAT(machine_.Logged("legacy_foreground_denied"),
-              ElementsAre(nlohmann::json{{"target_pid", 99}}));
-}
-
-TEST_F(ActivationTest, AnOwnerThatIsGoneIsRecorded) {
-  AddRunningWindow(true, 0);
-  ActivateExistingInstance();
-  EXPECT_THAT(machine_.journal.Take(), ElementsAre("log: activate_existing_instance_pid_failed"));
-  EXPECT_THAT(machine_.Logged("activate_existing_instance_pid_failed"),
-              ElementsAre(nlohmann::json::object()));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Rows, RunningWindowTest,
+    testing::Values(
+        WindowRow{"WithTheProtocol", true, 99, "", kAllow + kPosted},
+        WindowRow{"DeniedForeground", true, 99, "AllowForeground", kAllow + kDenied + kPosted},
+        WindowRow{"FailedPost", true, 99, "Post", kAllow + kPost + "log: activation_post_failed; "},
+        WindowRow{"WithoutTheProtocol", false, 99, "", kShow},
+        WindowRow{"RefusedForeground", false, 99, "SetForeground",
+                  kShow + "log: legacy_foreground_denied; "},
+        WindowRow{"NoOwner", true, 0, "", "log: activate_existing_instance_pid_failed; "}));
 
 TEST_F(ActivationTest, TheSearchPollsForTwoSecondsAndLooksNoMore) {
   machine_.windows.AddForeign(kWindowClass, L"Another", 99);
@@ -93,7 +88,7 @@ TEST_F(ActivationTest, TheSearchPollsForTwoSecondsAndLooksNoMore) {
   EXPECT_THAT(machine_.clock.waits(), SizeIs(80));
   EXPECT_THAT(machine_.clock.waits(), Each(25u));
   EXPECT_THAT(machine_.Logged("activate_existing_instance_window_not_found"),
-              ElementsAre(nlohmann::json::object()));
+              ElementsAre(json::object()));
 }
 
 // A clock in whose time the window comes up.
@@ -112,7 +107,7 @@ class ClockWithAWindow : public test::FakeClock {
 };
 
 TEST_F(ActivationTest, AWindowThatComesUpLateIsFoundAtTheNextLook) {
-  ClockWithAWindow clock([this] { AddRunningWindow(true); });
+  ClockWithAWindow clock([this] { AddRunningWindow(true, 99); });
   platform::Os os = platform::os();
   os.clocks = &clock;
   const platform::ScopedOs scope(os);

@@ -67,11 +67,6 @@ class CoreChannelTest : public testing::Test {
     return answer.words;
   }
 
-  // What the log holds of the refused calls so far.
-  std::vector<json> Refusals() const {
-    return machine_.Logged("startup_channel_invalid_arguments");
-  }
-
   test::FakeMachine& machine_ = test::FakeMachine::Get();
   OneChannelMessenger messenger_;
   std::unique_ptr<flutter::MethodChannel<>> channel_ = OpenCoreChannel(&messenger_);
@@ -91,7 +86,7 @@ TEST_F(CoreChannelTest, HasItsNameAndKnowsThreeMethods) {
   EXPECT_EQ(messenger_.channel, "com.sundrelak.korvane/core");
   EXPECT_EQ(Call("startupbreadcrumb", 5.0), "not implemented");
   EXPECT_EQ(Call("", EncodableList{}), "not implemented");
-  EXPECT_THAT(Refusals(), IsEmpty());
+  EXPECT_THAT(machine_.Logged("startup_channel_invalid_arguments"), IsEmpty());
 }
 
 TEST_F(CoreChannelTest, BreadcrumbsReachTheLogAsTheyCame) {
@@ -102,36 +97,6 @@ TEST_F(CoreChannelTest, BreadcrumbsReachTheLogAsTheyCame) {
   EXPECT_THAT(machine_.Logged("dart_breadcrumb"),
               ElementsAre(json{{"name", "app.start:phase-1_a"}, {"dartMs", -7}},
                           json{{"name", longest}, {"dartMs", 5'000'000'000}}));
-}
-
-TEST_F(CoreChannelTest, WhatIsNoBreadcrumbIsRefusedByItsReason) {
-  struct Row {
-    EncodableValue arguments;
-    std::string reason;
-  };
-  const Row rows[] = {
-      {EncodableValue(), "arguments_not_map"},
-      {EncodableList{}, "arguments_not_map"},
-      {EncodableMap{}, "breadcrumb_fields_missing"},
-      {EncodableMap{{"name", "bad name"}}, "breadcrumb_fields_missing"},
-      {EncodableMap{{"dartMs", std::int32_t{1}}}, "breadcrumb_fields_missing"},
-      {Breadcrumb("", std::int32_t{1}), "breadcrumb_name_invalid"},
-      {Breadcrumb(std::string(129, 'a'), std::int32_t{1}), "breadcrumb_name_invalid"},
-      {Breadcrumb("a b", 1.0), "breadcrumb_name_invalid"},
-      {Breadcrumb("a(b)", std::int32_t{1}), "breadcrumb_name_invalid"},
-      {Breadcrumb(std::string("a\0b", 3), std::int32_t{1}), "breadcrumb_name_invalid"},
-      {Breadcrumb(std::int32_t{1}, std::int32_t{1}), "breadcrumb_name_invalid"},
-      {Breadcrumb("a", 1.0), "breadcrumb_time_invalid"},
-      {Breadcrumb("a", EncodableValue()), "breadcrumb_time_invalid"},
-  };
-  std::vector<json> reasons;
-  for (const Row& row : rows) {
-    EXPECT_EQ(Call("startupBreadcrumb", row.arguments),
-              "error: STARTUP_INVALID_ARGUMENTS, " + row.reason);
-    reasons.push_back({{"reason", row.reason}});
-  }
-  EXPECT_EQ(Refusals(), reasons);
-  EXPECT_THAT(machine_.Logged("dart_breadcrumb"), IsEmpty());
 }
 
 TEST_F(CoreChannelTest, UpdatesReachTheLogWithTheirThreeFieldsAlone) {
@@ -152,32 +117,52 @@ TEST_F(CoreChannelTest, UpdatesReachTheLogWithTheirThreeFieldsAlone) {
                           line(3, 4, nullptr)));
 }
 
-TEST_F(CoreChannelTest, TheFirstBadFieldOfAnUpdateEndsTheWalk) {
+TEST_F(CoreChannelTest, TheFirstThingWrongIsTheReasonOfTheRefusal) {
   const EncodableValue null;
-  struct Row {
+  const EncodableValue one(std::int32_t{1});
+  const std::string too_long(129, 'a');
+  const struct {
+    const char* method;
     EncodableValue arguments;
     std::string reason;
-  };
-  const Row rows[] = {
-      {EncodableList{}, "arguments_not_map"},
-      {EncodableMap{}, "update_field_missing_last_attempt_at"},
-      {EncodableMap{{"last_attempt_at", null}, {"last_result", "a b"}},
+  } rows[] = {
+      {"startupBreadcrumb", null, "arguments_not_map"},
+      {"startupBreadcrumb", EncodableList{}, "arguments_not_map"},
+      {"startupBreadcrumb", EncodableMap{}, "breadcrumb_fields_missing"},
+      {"startupBreadcrumb", EncodableMap{{"name", "bad name"}}, "breadcrumb_fields_missing"},
+      {"startupBreadcrumb", EncodableMap{{"dartMs", one}}, "breadcrumb_fields_missing"},
+      {"startupBreadcrumb", Breadcrumb("", one), "breadcrumb_name_invalid"},
+      {"startupBreadcrumb", Breadcrumb(too_long, one), "breadcrumb_name_invalid"},
+      {"startupBreadcrumb", Breadcrumb("a b", 1.0), "breadcrumb_name_invalid"},
+      {"startupBreadcrumb", Breadcrumb("a(b)", one), "breadcrumb_name_invalid"},
+      {"startupBreadcrumb", Breadcrumb(std::string("a\0b", 3), one), "breadcrumb_name_invalid"},
+      {"startupBreadcrumb", Breadcrumb(one, one), "breadcrumb_name_invalid"},
+      {"startupBreadcrumb", Breadcrumb("a", 1.0), "breadcrumb_time_invalid"},
+      {"startupBreadcrumb", Breadcrumb("a", null), "breadcrumb_time_invalid"},
+      {"startupUpdate", EncodableList{}, "arguments_not_map"},
+      {"startupUpdate", EncodableMap{}, "update_field_missing_last_attempt_at"},
+      {"startupUpdate", EncodableMap{{"last_attempt_at", null}, {"last_result", "a b"}},
        "update_field_missing_last_successful_check_at"},
-      {EncodableMap{{"last_attempt_at", null}, {"last_successful_check_at", null}},
+      {"startupUpdate", EncodableMap{{"last_attempt_at", null}, {"last_successful_check_at", null}},
        "update_field_missing_last_result"},
-      {EncodableMap{{"last_attempt_at", "soon"}}, "update_timestamp_invalid_last_attempt_at"},
-      {Update(null, 1.5, "a b"), "update_timestamp_invalid_last_successful_check_at"},
-      {Update(null, null, "ok (200)"), "update_result_invalid"},
-      {Update(null, null, "a:b"), "update_result_invalid"},
-      {Update(null, null, "a-b"), "update_result_invalid"},
-      {Update(null, null, std::string(129, 'a')), "update_result_invalid"},
-      {Update(null, null, std::int32_t{1}), "update_result_invalid"},
+      {"startupUpdate", EncodableMap{{"last_attempt_at", "soon"}},
+       "update_timestamp_invalid_last_attempt_at"},
+      {"startupUpdate", Update(null, 1.5, "a b"),
+       "update_timestamp_invalid_last_successful_check_at"},
+      {"startupUpdate", Update(null, null, "ok (200)"), "update_result_invalid"},
+      {"startupUpdate", Update(null, null, "a:b"), "update_result_invalid"},
+      {"startupUpdate", Update(null, null, "a-b"), "update_result_invalid"},
+      {"startupUpdate", Update(null, null, too_long), "update_result_invalid"},
+      {"startupUpdate", Update(null, null, one), "update_result_invalid"},
   };
   const EncodableMap before = StartupRecorder::instance().Snapshot();
-  for (const Row& row : rows) {
-    EXPECT_EQ(Call("startupUpdate", row.arguments),
-              "error: STARTUP_INVALID_ARGUMENTS, " + row.reason);
+  std::vector<json> reasons;
+  for (const auto& row : rows) {
+    EXPECT_EQ(Call(row.method, row.arguments), "error: STARTUP_INVALID_ARGUMENTS, " + row.reason);
+    reasons.push_back({{"reason", row.reason}});
   }
+  EXPECT_EQ(machine_.Logged("startup_channel_invalid_arguments"), reasons);
+  EXPECT_THAT(machine_.Logged("dart_breadcrumb"), IsEmpty());
   EXPECT_EQ(StartupRecorder::instance().Snapshot(), before);
 }
 

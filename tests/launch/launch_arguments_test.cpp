@@ -11,23 +11,18 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(LaunchArguments, TheProgramNameIsNoArgument) {
-  auto& machine = test::FakeMachine::Get();
-  machine.process.arguments = {{L"korvane.exe", L"--admin-bat-shim", L"", L"a b\u20AC"}};
-  EXPECT_THAT(GetCommandLineArguments(), ElementsAre("--admin-bat-shim", "", "a b\xE2\x82\xAC"));
-
-  machine.process.arguments = {{L"korvane.exe"}};
-  EXPECT_THAT(GetCommandLineArguments(), IsEmpty());
-  machine.process.arguments = std::vector<std::wstring>{};
-  EXPECT_THAT(GetCommandLineArguments(), IsEmpty());
-  machine.process.arguments = std::nullopt;
-  EXPECT_THAT(GetCommandLineArguments(), IsEmpty());
-}
-
-TEST(LaunchArguments, AnArgumentThatIsNoTextKeepsItsPlace) {
+TEST(LaunchArguments, TheProgramNameIsNoneAndWhatIsNoTextKeepsItsPlace) {
+  using Vector = std::vector<std::wstring>;
+  auto& arguments = test::FakeMachine::Get().process.arguments;
   const std::wstring lone_surrogate(1, static_cast<wchar_t>(0xD800));
-  test::FakeMachine::Get().process.arguments = {{L"korvane.exe", L"x" + lone_surrogate, L"y"}};
-  EXPECT_THAT(GetCommandLineArguments(), ElementsAre("", "y"));
+  arguments = Vector{L"korvane.exe", L"--admin-bat-shim", L"", L"x" + lone_surrogate, L"a b\u20AC"};
+  EXPECT_THAT(GetCommandLineArguments(),
+              ElementsAre("--admin-bat-shim", "", "", "a b\xE2\x82\xAC"));
+  for (const auto& none :
+       {std::optional(Vector{L"korvane.exe"}), std::optional(Vector()), std::optional<Vector>()}) {
+    arguments = none;
+    EXPECT_THAT(GetCommandLineArguments(), IsEmpty());
+  }
 }
 
 TEST(LaunchArguments, FlagsAreMatchedByteForByte) {

@@ -112,19 +112,18 @@ TEST_F(Win32WindowTest, ARefusedPropertyOrFilterIsRecordedAndSurvived) {
               ElementsAre(nlohmann::json{{"os_error", 87}}));
 }
 
-TEST_F(Win32WindowTest, CreateFailsWhenOnCreateRefuses) {
-  window_->accept = false;
-  EXPECT_FALSE(Create());
-}
-
 TEST_F(Win32WindowTest, CreateFailsWithoutAWindow) {
   machine_.windows.Fail("RegisterWindowClass", 1410);  // shows up as no window
   EXPECT_FALSE(Create());
   EXPECT_THAT(Calls(), Not(Contains("OnCreate()")));
-
   // The class counts as registered: a later attempt doesn't ask again.
   EXPECT_FALSE(Create());
   EXPECT_THAT(Calls(), Not(Contains(testing::StartsWith("RegisterWindowClass"))));
+}
+
+TEST_F(Win32WindowTest, CreateFailsWhenOnCreateRefuses) {
+  window_->accept = false;
+  EXPECT_FALSE(Create());
 }
 
 TEST_F(Win32WindowTest, ASecondCreateDestroysTheFirstWindow) {
@@ -139,6 +138,9 @@ TEST_F(Win32WindowTest, ASecondCreateDestroysTheFirstWindow) {
 
 TEST_F(Win32WindowTest, DestroyTakesThePropertiesAndEndsTheLoopWhenAsked) {
   CreateQuietly();
+  EXPECT_EQ(Send(platform::kWmDestroy), 0);
+  EXPECT_THAT(Calls(), Not(Contains("PostQuit(0)")));
+  CreateQuietly();
   window_->SetQuitOnClose(true);
   window_->Destroy();
   EXPECT_THAT(Calls(), ElementsAre("OnDestroy()", "Destroy(main)",
@@ -148,12 +150,6 @@ TEST_F(Win32WindowTest, DestroyTakesThePropertiesAndEndsTheLoopWhenAsked) {
   EXPECT_EQ(window_->GetHandle(), nullptr);
   window_->Destroy();
   EXPECT_THAT(Calls(), ElementsAre("OnDestroy()"));
-}
-
-TEST_F(Win32WindowTest, TheLoopGoesOnUnlessAsked) {
-  CreateQuietly();
-  EXPECT_EQ(Send(platform::kWmDestroy), 0);
-  EXPECT_THAT(Calls(), Not(Contains("PostQuit(0)")));
 }
 
 TEST_F(Win32WindowTest, TheClassGoesWithTheLastObject) {
@@ -197,9 +193,15 @@ TEST_F(Win32WindowTest, ANewDensityBringsItsPlace) {
   EXPECT_THAT(Calls(), IsEmpty());
 }
 
-TEST_F(Win32WindowTest, OnlyAChangedColorSetIsTakenUp) {
-  SetTheme(1);
+TEST_F(Win32WindowTest, OnlyChangedColorsAreTakenUp) {
   CreateQuietly();
+  EXPECT_EQ(Send(platform::kWmDwmColorizationColorChanged), 0);
+  EXPECT_THAT(Calls(), IsEmpty());  // no setting, no change
+  SetTheme(0);
+  Send(platform::kWmDwmColorizationColorChanged);
+  SetTheme(2);
+  Send(platform::kWmDwmColorizationColorChanged);
+  EXPECT_THAT(Calls(), ElementsAre("SetDarkTitleBar(1)", "SetDarkTitleBar(0)"));
   EXPECT_EQ(
       Send(platform::kWmSettingChange, 0, reinterpret_cast<MessageData>(L"ImmersiveColorSet")), 0);
   EXPECT_THAT(Calls(), ElementsAre("SetDarkTitleBar(0)", "Theme104()", "Theme136()"));
@@ -209,17 +211,6 @@ TEST_F(Win32WindowTest, OnlyAChangedColorSetIsTakenUp) {
   }
   EXPECT_EQ(Send(platform::kWmSettingChange), 77);
   EXPECT_THAT(Calls(), ElementsAre("DefaultProcedure(main, 0x1a)"));
-}
-
-TEST_F(Win32WindowTest, TheTitleBarFollowsTheSetting) {
-  CreateQuietly();
-  EXPECT_EQ(Send(platform::kWmDwmColorizationColorChanged), 0);
-  EXPECT_THAT(Calls(), IsEmpty());  // no setting, no change
-  SetTheme(0);
-  Send(platform::kWmDwmColorizationColorChanged);
-  SetTheme(2);
-  Send(platform::kWmDwmColorizationColorChanged);
-  EXPECT_THAT(Calls(), ElementsAre("SetDarkTitleBar(1)", "SetDarkTitleBar(0)"));
 }
 
 TEST_F(Win32WindowTest, EverythingElseIsTheSystems) {

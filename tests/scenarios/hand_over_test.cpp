@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "scenarios/sessions.h"
 #include "scenarios/startup_log.h"
-#include "support/host_driver/host_process.h"
 
 namespace korvane::test {
 namespace {
@@ -47,10 +47,10 @@ bool HasMarker(const HostUser& user) {
   return fs::exists(user.korvane_folder() / "os_shutdown_marker");
 }
 
-TEST(SystemShutdown, ThatIsCancelledLeavesNeitherMarkerNorIntent) {
+TEST(SystemShutdown, LeavesItsMarkerAndIntentUnlessItIsCancelled) {
   const HostUser user;
   HostProcess host(user);
-  EXPECT_EQ(host.Call("setWindowsDiagnosticsEnabled", {{"enabled", true}})["success"], true);
+  SwitchOn(host);
   host.Send(WindowMessage(kQueryEndSession, 0));
   AwaitTheWindow(host, user);
   EXPECT_TRUE(HasMarker(user));
@@ -59,13 +59,7 @@ TEST(SystemShutdown, ThatIsCancelledLeavesNeitherMarkerNorIntent) {
   AwaitTheWindow(host, user);
   EXPECT_FALSE(HasMarker(user));
   EXPECT_EQ(Record(user).value("process_exit_reason", ""), "");
-  EXPECT_EQ(host.Finish(), 0);
-}
 
-TEST(SystemShutdown, ThatGoesThroughLeavesBoth) {
-  const HostUser user;
-  HostProcess host(user);
-  EXPECT_EQ(host.Call("setWindowsDiagnosticsEnabled", {{"enabled", true}})["success"], true);
   host.Send(WindowMessage(kQueryEndSession, 0));
   host.Send(WindowMessage(kEndSession, 1));
   AwaitTheWindow(host, user);
@@ -73,14 +67,13 @@ TEST(SystemShutdown, ThatGoesThroughLeavesBoth) {
   EXPECT_EQ(Record(user).value("process_exit_reason", ""), "os_shutdown");
   EXPECT_EQ(Record(user).value("process_exit_state", ""), "requested");
   host.Kill();
-  host.WaitForExit();
 }
 
 TEST(Takeover, MakesTheElevatedCopyTheOnlyHost) {
   const HostUser user;
   HostProcess host(user);
   host.Await({{"window", "shown"}});
-  EXPECT_EQ(host.Call("setWindowsDiagnosticsEnabled", {{"enabled", true}})["success"], true);
+  SwitchOn(host);
   const Json answer = host.Call("requestAdminPrivileges");
   EXPECT_EQ(answer["success"], true) << host.Transcript();
   EXPECT_EQ(answer["thread"], "worker");

@@ -13,9 +13,7 @@
 namespace korvane::test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 
 constexpr int kSysCommand = 0x0112;
 constexpr int kMinimize = 0xF020;
@@ -50,7 +48,7 @@ TEST(SecondInstance, BringsTheFirstForwardAndLeavesWithZero) {
 
 TEST(SecondInstance, IsLatchedUntilTheFirstFrame) {
   const HostUser user;
-  HostProcess first(user, {.manual_frames = true});
+  HostProcess first(user, {.environment = kManualFrames});
   first.Call("isRunning");
   HostProcess second(user, {.arguments = {"--post-install-restart"}});
   EXPECT_EQ(second.WaitForExit(), 0);
@@ -123,32 +121,24 @@ TEST(SecondInstance, IsWhatFiftyStartsAtOnceAreButOne) {
   EXPECT_EQ(told("show_window"), 1U);
 }
 
-TEST(SecondInstance, TakesOverFromAFormerOwnerThatDied) {
-  const HostUser user;
-  HostProcess first(user);
-  first.Await({{"window", "shown"}});
-  HostProcess waiting(user, {.arguments = {"--elevated-restart"}});
-  ASSERT_TRUE(
-      user.AwaitStartupLog([](const auto& log) { return OfStage(log, "mutex").size() == 2; }));
-  first.Send({{"abort", true}});
-  waiting.Await({{"window", "shown"}});
-  EXPECT_EQ(waiting.Finish(), 0);
-  EXPECT_EQ(OfStage(user.StartupLog(), "instance_mutex_abandoned").size(), 1U);
-}
-
-TEST(SecondInstance, BecomesTheFirstWhenTheFormerOwnerLeavesInTime) {
-  const HostUser user;
-  HostProcess first(user);
-  first.Await({{"window", "shown"}});
-  HostProcess waiting(user, {.arguments = {"--elevated-restart"}});
-  ASSERT_TRUE(
-      user.AwaitStartupLog([](const auto& log) { return OfStage(log, "mutex").size() == 2; }));
-  EXPECT_EQ(first.Finish(), 0);
-  waiting.Await({{"window", "shown"}});
-  EXPECT_EQ(waiting.Finish(), 0);
-  const auto log = user.StartupLog();
-  EXPECT_THAT(StagesOf(log, OfStage(log, "mutex").at(1)["run_id"]),
-              Not(Contains("instance_mutex_abandoned")));
+TEST(SecondInstance, BecomesTheFirstWhenTheFormerOwnerLeavesOrDiesInTime) {
+  for (const bool dies : {false, true}) {
+    SCOPED_TRACE(dies ? "dies" : "leaves");
+    const HostUser user;
+    HostProcess first(user);
+    first.Await({{"window", "shown"}});
+    HostProcess waiting(user, {.arguments = {"--elevated-restart"}});
+    ASSERT_TRUE(
+        user.AwaitStartupLog([](const auto& log) { return OfStage(log, "mutex").size() == 2; }));
+    if (dies) {
+      first.Send({{"abort", true}});
+    } else {
+      EXPECT_EQ(first.Finish(), 0);
+    }
+    waiting.Await({{"window", "shown"}});
+    EXPECT_EQ(waiting.Finish(), 0);
+    EXPECT_EQ(OfStage(user.StartupLog(), "instance_mutex_abandoned").size(), dies ? 1U : 0U);
+  }
 }
 
 }  // namespace

@@ -6,17 +6,16 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <ostream>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "scenarios/sessions.h"
 #include "support/seed.h"
+#include "support/vpn_methods.h"
 
 namespace korvane::test {
 namespace {
@@ -25,11 +24,6 @@ namespace {
 // network tables starts a driver.
 constexpr std::chrono::minutes kLong{2};
 constexpr int kCalls = 400;
-
-std::vector<std::string> Words(const std::string& text) {
-  std::istringstream stream(text);
-  return {std::istream_iterator<std::string>(stream), {}};
-}
 
 struct Round {
   const char* name;
@@ -61,17 +55,11 @@ class Soak : public testing::TestWithParam<Round> {
 // One of all methods that don't reach beyond the user, with arguments of every kind, most of them
 // wrong for most methods; or one of those that keep the workers busy, with good ones.
 Json Soak::AnyCall() {
-  static const std::vector<std::string> methods = Words(
-      "loadVPNPreference doConnectVpn stopVPN isRunning getStatus getCoreVersion "
-      "refreshVPNStatus isobtainedNecessaryPermissions enableAutoReconnect disableAutoReconnect "
-      "getOnDemandStatus isBatteryOptimizationIgnored requestBatteryOptimizationExemption "
-      "isAlwaysOnVpnEnabled openVpnSettings disconnectForNodeSwitching connectForNodeSwitching "
-      "restoreUserAutoReconnectPreference checkForStuckState getWindowsDiagnosticsEnabled "
-      "getWindowsDiagnosticsFailure setWindowsDiagnosticsEnabled checkForCrashLogs "
-      "importPendingIncidents getPendingIncidents acknowledgeIncident recordShutdownIntent "
-      "clearShutdownIntent getLibboxLogPath checkAdminPrivileges clearSystemProxy "
-      "performUrlTest getAutoSelectorInfo getWindowsRuntimeDiagnostics noSuchMethod "
-      "startupBreadcrumb startupUpdate");
+  static const std::vector<std::string> methods = [] {
+    auto all = LocalVpnMethods();
+    all.insert(all.end(), {"noSuchMethod", "startupBreadcrumb", "startupUpdate"});
+    return all;
+  }();
   static const std::vector<Json> arguments = Json::parse(R"([null, true, 7, {"$int64":7}, 1.5,
       "text", "\u00e9", {"$latin1":"\u00ff"}, [], ["text",1], {}, {"config":"{}",
       "autoConfigureProxy":"yes"}, {"config":5}, {"enabled":1}, {"reason":"tray_quit"},

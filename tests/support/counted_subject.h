@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -58,49 +58,36 @@ class OperationEnd {
 
 // How a result says that its operation failed; nothing for the types that can't.
 template <typename R>
-struct Failed {
-  static constexpr bool kPossible = false;
-};
+struct Failed {};
 
 template <>
 struct Failed<platform::Status> {
-  static constexpr bool kPossible = true;
   static platform::Status With(platform::ErrorCode error) { return platform::Status::Fail(error); }
 };
-
 template <typename T>
 struct Failed<platform::Result<T>> {
-  static constexpr bool kPossible = true;
   static platform::Result<T> With(platform::ErrorCode error) {
     return platform::Result<T>::Fail(error);
   }
 };
-
 template <typename T>
 struct Failed<std::optional<T>> {
-  static constexpr bool kPossible = true;
   static std::optional<T> With(platform::ErrorCode) { return std::nullopt; }
 };
-
 template <>
 struct Failed<platform::WaitOutcome> {
-  static constexpr bool kPossible = true;
   static platform::WaitOutcome With(platform::ErrorCode error) {
     return {.result = platform::kWaitFailed, .error = error};
   }
 };
-
 template <>
 struct Failed<platform::CreatedMutex> {
-  static constexpr bool kPossible = true;
   static platform::CreatedMutex With(platform::ErrorCode error) {
     return {.handle = {}, .code = error};
   }
 };
-
 template <>
 struct Failed<platform::SignerLookup> {
-  static constexpr bool kPossible = true;
   static platform::SignerLookup With(platform::ErrorCode error) {
     return {.query_failed = true, .error = error, .certificate = nullptr};
   }
@@ -119,8 +106,9 @@ class Counted : public Subject {
   template <typename R, typename... Parameters, typename... Arguments>
   R Make(Effect effect, const char* name, R (Subject::*method)(Parameters...),
          Arguments&&... arguments) {
-    const auto error = Begin(effect, name, Failed<R>::kPossible);
-    if constexpr (Failed<R>::kPossible) {
+    constexpr bool kFallible = requires { Failed<R>::With(0); };
+    const auto error = Begin(effect, name, kFallible);
+    if constexpr (kFallible) {
       if (error) {
         return Failed<R>::With(*error);
       }
@@ -160,35 +148,47 @@ class Counted : public Subject {
   OperationCounter& counter_;
 };
 
-// A decorator of the subject. Both arguments must outlive it.
-std::unique_ptr<platform::Clocks> Count(platform::Clocks& inner, OperationCounter& counter);
-std::unique_ptr<platform::Identifiers> Count(platform::Identifiers& inner,
-                                             OperationCounter& counter);
-std::unique_ptr<platform::TextEncoding> Count(platform::TextEncoding& inner,
-                                              OperationCounter& counter);
-std::unique_ptr<platform::ErrorStream> Count(platform::ErrorStream& inner,
-                                             OperationCounter& counter);
-std::unique_ptr<platform::Files> Count(platform::Files& inner, OperationCounter& counter);
-std::unique_ptr<platform::Registry> Count(platform::Registry& inner, OperationCounter& counter);
-std::unique_ptr<platform::ProxySettings> Count(platform::ProxySettings& inner,
-                                               OperationCounter& counter);
-std::unique_ptr<platform::LoopbackHttp> Count(platform::LoopbackHttp& inner,
-                                              OperationCounter& counter);
-std::unique_ptr<platform::Network> Count(platform::Network& inner, OperationCounter& counter);
-std::unique_ptr<platform::Process> Count(platform::Process& inner, OperationCounter& counter);
-std::unique_ptr<platform::KernelObjects> Count(platform::KernelObjects& inner,
-                                               OperationCounter& counter);
-// `owner` closes the handles of the processes that it launches.
-std::unique_ptr<platform::Elevation> Count(platform::Elevation& inner,
-                                           platform::KernelObjects& owner,
-                                           OperationCounter& counter);
-std::unique_ptr<platform::ScheduledCommand> Count(platform::ScheduledCommand& inner,
-                                                  OperationCounter& counter);
-std::unique_ptr<platform::DynamicLibraries> Count(platform::DynamicLibraries& inner,
-                                                  OperationCounter& counter);
-std::unique_ptr<platform::CodeTrust> Count(platform::CodeTrust& inner, OperationCounter& counter);
-std::unique_ptr<platform::WindowSystem> Count(platform::WindowSystem& inner,
-                                              OperationCounter& counter);
-std::unique_ptr<platform::Appearance> Count(platform::Appearance& inner, OperationCounter& counter);
+template <typename Method>
+struct Signature;
+
+template <typename Subject, typename R, typename... Parameters>
+struct Signature<R (Subject::*)(Parameters...)> {
+  using Result = R;
+  using All = std::tuple<Parameters...>;
+};
+
+template <auto kMethod>
+using ResultOf = typename Signature<decltype(kMethod)>::Result;
+template <auto kMethod, std::size_t kAt>
+using ParameterOf = std::tuple_element_t<kAt, typename Signature<decltype(kMethod)>::All>;
 
 }  // namespace korvane::test
+
+// In a Counted<Subject>: overrides an operation of so many parameters by one that is only counted,
+// under its own name, "Subject.Operation".
+#define KORVANE_COUNTED(arity, Subject, Operation, effect)                                 \
+  ResultOf<&Subject::Operation> Operation(KORVANE_PARAMETERS_##arity(&Subject::Operation)) \
+      override {                                                                           \
+    return Make(Effect::effect, #Subject "." #Operation,                                   \
+                &Subject::Operation KORVANE_ARGUMENTS_##arity);                            \
+  }
+// The same for one whose failed result is this value.
+#define KORVANE_COUNTED_OR(failed, arity, Subject, Operation, effect)                             \
+  ResultOf<&Subject::Operation> Operation(KORVANE_PARAMETERS_##arity(&Subject::Operation))        \
+      override {                                                                                  \
+    return MakeOr<ResultOf<&Subject::Operation>>(failed, Effect::effect, #Subject "." #Operation, \
+                                                 &Subject::Operation KORVANE_ARGUMENTS_##arity);  \
+  }
+
+#define KORVANE_PARAMETERS_0(method)
+#define KORVANE_PARAMETERS_1(method) ParameterOf<method, 0> a
+#define KORVANE_PARAMETERS_2(method) KORVANE_PARAMETERS_1(method), ParameterOf<method, 1> b
+#define KORVANE_PARAMETERS_3(method) KORVANE_PARAMETERS_2(method), ParameterOf<method, 2> c
+#define KORVANE_PARAMETERS_4(method) KORVANE_PARAMETERS_3(method), ParameterOf<method, 3> d
+#define KORVANE_PARAMETERS_5(method) KORVANE_PARAMETERS_4(method), ParameterOf<method, 4> e
+#define KORVANE_ARGUMENTS_0
+#define KORVANE_ARGUMENTS_1 , a
+#define KORVANE_ARGUMENTS_2 , a, b
+#define KORVANE_ARGUMENTS_3 , a, b, c
+#define KORVANE_ARGUMENTS_4 , a, b, c, d
+#define KORVANE_ARGUMENTS_5 , a, b, c, d, e

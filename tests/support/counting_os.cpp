@@ -2,7 +2,8 @@
 
 #include <utility>
 
-#include "support/counted_subject.h"
+#include "support/counting_plain.h"
+#include "support/counting_watched.h"
 
 namespace korvane::test {
 
@@ -37,7 +38,7 @@ CountingPlan PauseAtEach(std::function<void()> pause) {
   return plan;
 }
 
-std::optional<platform::ErrorCode> OperationCounter::Begin(const Operation& operation) {
+std::optional<ErrorCode> OperationCounter::Begin(const Operation& operation) {
   std::size_t number = 0;  // 0: the filter has not taken it
   {
     MutexLock lock(mutex_);
@@ -75,71 +76,55 @@ std::vector<std::string> OperationCounter::trace() const {
 }
 
 struct CountingOs::Sides {
-  Sides(const platform::Os& inner, CountingPlan plan)
-      : counter(std::move(plan), *inner.files),
-        appearance(Count(*inner.appearance, counter)),
-        clocks(Count(*inner.clocks, counter)),
-        code_trust(Count(*inner.code_trust, counter)),
-        dynamic_libraries(Count(*inner.dynamic_libraries, counter)),
-        error_stream(Count(*inner.error_stream, counter)),
-        files(Count(*inner.files, counter)),
-        identifiers(Count(*inner.identifiers, counter)),
-        kernel_objects(Count(*inner.kernel_objects, counter)),
-        elevation(Count(*inner.elevation, *kernel_objects, counter)),
-        loopback_http(Count(*inner.loopback_http, counter)),
-        network(Count(*inner.network, counter)),
-        process(Count(*inner.process, counter)),
-        proxy_settings(Count(*inner.proxy_settings, counter)),
-        registry(Count(*inner.registry, counter)),
-        scheduled_command(Count(*inner.scheduled_command, counter)),
-        text(Count(*inner.text, counter)),
-        windows(Count(*inner.windows, counter)) {}
+  Sides(const Os& inner_os, CountingPlan plan)
+      : inner(inner_os), counter(std::move(plan), *inner.files) {}
 
+  const Os inner;
   OperationCounter counter;
-  std::unique_ptr<platform::Appearance> appearance;
-  std::unique_ptr<platform::Clocks> clocks;
-  std::unique_ptr<platform::CodeTrust> code_trust;
-  std::unique_ptr<platform::DynamicLibraries> dynamic_libraries;
-  std::unique_ptr<platform::ErrorStream> error_stream;
-  std::unique_ptr<platform::Files> files;
-  std::unique_ptr<platform::Identifiers> identifiers;
-  std::unique_ptr<platform::KernelObjects> kernel_objects;
-  std::unique_ptr<platform::Elevation> elevation;
-  std::unique_ptr<platform::LoopbackHttp> loopback_http;
-  std::unique_ptr<platform::Network> network;
-  std::unique_ptr<platform::Process> process;
-  std::unique_ptr<platform::ProxySettings> proxy_settings;
-  std::unique_ptr<platform::Registry> registry;
-  std::unique_ptr<platform::ScheduledCommand> scheduled_command;
-  std::unique_ptr<platform::TextEncoding> text;
-  std::unique_ptr<platform::WindowSystem> windows;
-  platform::Os os{
-      .appearance = appearance.get(),
-      .clocks = clocks.get(),
-      .code_trust = code_trust.get(),
-      .dynamic_libraries = dynamic_libraries.get(),
-      .elevation = elevation.get(),
-      .error_stream = error_stream.get(),
-      .files = files.get(),
-      .identifiers = identifiers.get(),
-      .kernel_objects = kernel_objects.get(),
-      .loopback_http = loopback_http.get(),
-      .network = network.get(),
-      .process = process.get(),
-      .proxy_settings = proxy_settings.get(),
-      .registry = registry.get(),
-      .scheduled_command = scheduled_command.get(),
-      .text = text.get(),
-      .windows = windows.get(),
+  CountingAppearance appearance{*inner.appearance, counter};
+  CountingClocks clocks{*inner.clocks, counter};
+  CountingCodeTrust code_trust{*inner.code_trust, counter};
+  CountingDynamicLibraries dynamic_libraries{*inner.dynamic_libraries, counter};
+  CountingErrorStream error_stream{*inner.error_stream, counter};
+  CountingFiles files{*inner.files, counter};
+  CountingIdentifiers identifiers{*inner.identifiers, counter};
+  CountingKernelObjects kernel_objects{*inner.kernel_objects, counter};
+  CountingElevation elevation{*inner.elevation, counter, kernel_objects};
+  CountingLoopbackHttp loopback_http{*inner.loopback_http, counter};
+  CountingNetwork network{*inner.network, counter};
+  CountingProcess process{*inner.process, counter};
+  CountingProxySettings proxy_settings{*inner.proxy_settings, counter};
+  CountingRegistry registry{*inner.registry, counter};
+  CountingScheduledCommand scheduled_command{*inner.scheduled_command, counter};
+  CountingTextEncoding text{*inner.text, counter};
+  CountingWindowSystem windows{*inner.windows, counter};
+  Os os{
+      .appearance = &appearance,
+      .clocks = &clocks,
+      .code_trust = &code_trust,
+      .dynamic_libraries = &dynamic_libraries,
+      .elevation = &elevation,
+      .error_stream = &error_stream,
+      .files = &files,
+      .identifiers = &identifiers,
+      .kernel_objects = &kernel_objects,
+      .loopback_http = &loopback_http,
+      .network = &network,
+      .process = &process,
+      .proxy_settings = &proxy_settings,
+      .registry = &registry,
+      .scheduled_command = &scheduled_command,
+      .text = &text,
+      .windows = &windows,
   };
 };
 
-CountingOs::CountingOs(const platform::Os& inner, CountingPlan plan)
+CountingOs::CountingOs(const Os& inner, CountingPlan plan)
     : sides_(std::make_unique<Sides>(inner, std::move(plan))) {}
 
 CountingOs::~CountingOs() = default;
 
-const platform::Os& CountingOs::os() const { return sides_->os; }
+const Os& CountingOs::os() const { return sides_->os; }
 std::size_t CountingOs::count() const { return sides_->counter.count(); }
 std::vector<std::string> CountingOs::trace() const { return sides_->counter.trace(); }
 

@@ -43,28 +43,6 @@ std::string BytesAfter(Fate fate, const MemoryFiles::Disk::Content& content) {
   return {};
 }
 
-// Hands on what lies directly in a folder, by its key without the folder.
-template <typename Keys, typename Take>
-void EachIn(const Key& folder, const Keys& keys, const Take& take) {
-  constexpr auto kSeparator = std::filesystem::path::preferred_separator;
-  const Key beginning = folder + kSeparator;
-  for (auto entry = keys.lower_bound(beginning); entry != keys.end(); ++entry) {
-    const Key* key = nullptr;
-    if constexpr (requires { entry->first; }) {
-      key = &entry->first;
-    } else {
-      key = &*entry;
-    }
-    if (!key->starts_with(beginning)) {
-      return;
-    }
-    const Key name = key->substr(beginning.size());
-    if (name.find(kSeparator) == Key::npos) {
-      take(name);
-    }
-  }
-}
-
 }  // namespace
 
 std::optional<std::string> MemoryFiles::Content(const std::string& name) const {
@@ -230,11 +208,19 @@ Result<bool> MemoryFiles::CreateDirectories(const std::filesystem::path& path) {
 
 Result<std::vector<platform::DirectoryEntry>> MemoryFiles::List(const std::filesystem::path& path) {
   std::vector<platform::DirectoryEntry> entries;
-  const auto add_as = [&entries](EntryKind kind) {
-    return [&entries, kind](const Key& name) { entries.push_back({.name = name, .kind = kind}); };
+  constexpr auto kSeparator = std::filesystem::path::preferred_separator;
+  const Key beginning = KeyOf(path) + kSeparator;
+  const auto add = [&](const Key& key, EntryKind kind) {
+    if (key.starts_with(beginning) && key.find(kSeparator, beginning.size()) == Key::npos) {
+      entries.push_back({.name = key.substr(beginning.size()), .kind = kind});
+    }
   };
-  EachIn(KeyOf(path), names_.files, add_as(EntryKind::kFile));
-  EachIn(KeyOf(path), names_.folders, add_as(EntryKind::kDirectory));
+  for (const auto& [key, node] : names_.files) {
+    add(key, EntryKind::kFile);
+  }
+  for (const Key& key : names_.folders) {
+    add(key, EntryKind::kDirectory);
+  }
   std::ranges::sort(entries, {}, &platform::DirectoryEntry::name);
   return entries;
 }

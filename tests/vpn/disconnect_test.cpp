@@ -56,16 +56,27 @@ TEST_F(DisconnectTest, EngineIsClosedBeforeTheProxyIsCleared) {
   EXPECT_TRUE(std::filesystem::exists(StoredConfig())) << "the file isn't touched";
 }
 
-TEST_F(DisconnectTest, NothingRunningIsStillARepair) {
+TEST_F(DisconnectTest, TakesTheStepsThatThereIsCauseFor) {
   EXPECT_EQ(Call("disconnectForNodeSwitching").value, EncodableValue(true));
-  EXPECT_THAT(journal.Take(), ElementsAre("crash output ''", "proxy 1 ", "proxy announced"));
+  EXPECT_THAT(journal.Take(), ElementsAre("crash output ''", "proxy 1 ", "proxy announced"))
+      << "nothing running is still a repair";
   EXPECT_THAT(dart.Heard(), ElementsAre("onVPNStateChanged vpn_disconnected"));
-}
 
-TEST_F(DisconnectTest, ProxyIsLeftAloneWhereItWasNotAskedFor) {
   Connect(/*proxy_too=*/false);
   Call("stopVPN");
   EXPECT_THAT(journal.Take(), ElementsAre("close 1", "crash output ''"));
+
+  Connect();
+  StopBoxInternal(/*disable_proxy=*/false, "reconnect_teardown");
+  EXPECT_THAT(dart.Heard(), IsEmpty()) << "a reconnect's teardown says nothing";
+  EXPECT_THAT(journal.Take(), ElementsAre("close 2", "crash output ''"));
+
+  Connect();
+  vpn_state().engine.singbox_close_service = nullptr;
+  Call("stopVPN");
+  EXPECT_THAT(journal.Take(), ElementsAre("crash output ''", "proxy 1 ", "proxy announced"));
+  EXPECT_EQ(vpn_state().service_id, 0U) << "a core without a close leaves no service behind";
+  EXPECT_FALSE(IsVpnConnected());
 }
 
 TEST_F(DisconnectTest, RefusedProxyIsAWarning) {
@@ -157,22 +168,6 @@ TEST_F(DisconnectTest, CrashSinkThatStaysArmedIsTold) {
   journal.Take();
   Call("stopVPN");
   EXPECT_THAT(journal.Take(), ElementsAre("proxy 1 ", "proxy announced"));
-}
-
-TEST_F(DisconnectTest, CoreWithoutACloseLeavesNoServiceBehind) {
-  Connect();
-  vpn_state().engine.singbox_close_service = nullptr;
-  Call("stopVPN");
-  EXPECT_THAT(journal.Take(), ElementsAre("crash output ''", "proxy 1 ", "proxy announced"));
-  EXPECT_EQ(vpn_state().service_id, 0U);
-  EXPECT_FALSE(IsVpnConnected());
-}
-
-TEST_F(DisconnectTest, ReconnectTeardownSaysNothing) {
-  Connect();
-  StopBoxInternal(/*disable_proxy=*/false, "reconnect_teardown");
-  EXPECT_THAT(dart.Heard(), IsEmpty());
-  EXPECT_THAT(journal.Take(), ElementsAre("close 1", "crash output ''"));
 }
 
 TEST_F(DisconnectTest, StateWordFollowsServiceThenScopeThenPhase) {

@@ -58,18 +58,6 @@ FakeEngine& FakeEngine::Get() {
   return engine;
 }
 
-EngineTable FakeEngineTable() {
-  EngineTable table;
-  table.singbox_new_service = NewService;
-  table.singbox_start_service = StartService;
-  table.singbox_close_service = CloseService;
-  table.singbox_get_version = GetVersion;
-  table.singbox_get_last_error = GetLastError;
-  table.singbox_free_string = FreeString;
-  table.singbox_set_crash_output = SetCrashOutput;
-  return table;
-}
-
 std::string FakeLibraries::PlaceOf(const std::filesystem::path& path) {
   const std::string name = path.filename().string();
   return path.parent_path().filename() == "dll" ? "dll/" + name : name;

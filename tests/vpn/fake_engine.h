@@ -17,7 +17,6 @@
 #include "platform/code_trust.h"
 #include "platform/dynamic_libraries.h"
 #include "support/call_journal.h"
-#include "vpn/engine_table.h"
 
 namespace korvane::test {
 
@@ -89,8 +88,5 @@ class FakeCodeTrust : public platform::CodeTrust {
  private:
   const FakeLibraries& libraries_;
 };
-
-// All seven exports of the fake engine.
-EngineTable FakeEngineTable();
 
 }  // namespace korvane::test

@@ -165,16 +165,16 @@ TEST_F(RuntimeDiagnosticsTest, TellsOfARunningTunnel) {
     EXPECT_EQ(*found, value) << name;
   }
   EXPECT_EQ(report.size(), 27U);
-}
-
-TEST_F(RuntimeDiagnosticsTest, ReadsTheEngineAndTheMachineInOrder) {
-  Connect(kConfig);
-  Report();
   EXPECT_THAT(journal.Take(), ElementsAre("GET /version", "adapters", "routes", "sockets",
                                           "GET /proxies/proxy", "GET /proxies/by%20hand"));
   EXPECT_THAT(http.TakeRequests(),
               ElementsAre("9090 /version within 1200", "9090 /proxies/proxy within 1200",
                           "9090 /proxies/by%20hand within 1200"));
+
+  Call("stopVPN");
+  const EncodableMap stopped = Report();
+  EXPECT_EQ(*flutter::FindIf<std::string>(stopped, "lastAttemptedMode"), "none");
+  EXPECT_EQ(*flutter::FindIf<std::string>(stopped, "configStatus"), "NO_CONFIG");
 }
 
 TEST_F(RuntimeDiagnosticsTest, SaysWhyAGroupsChoiceIsUnknown) {
@@ -225,14 +225,6 @@ TEST_F(RuntimeDiagnosticsTest, CarriesTheStartupFactsAsTheyAre) {
   ASSERT_NE(startup, nullptr);
   EXPECT_EQ(*startup, StartupRecorder::instance().Snapshot());
   EXPECT_NE(flutter::FindIf<EncodableMap>(*startup, "update"), nullptr);
-}
-
-TEST_F(RuntimeDiagnosticsTest, ForgetsTheModeAfterAStop) {
-  Connect(kConfig);
-  Call("stopVPN");
-  const EncodableMap report = Report();
-  EXPECT_EQ(*flutter::FindIf<std::string>(report, "lastAttemptedMode"), "none");
-  EXPECT_EQ(*flutter::FindIf<std::string>(report, "configStatus"), "NO_CONFIG");
 }
 
 // Nothing answers, and on a thread of its own nothing catches.

@@ -40,9 +40,6 @@ Json Parsed(const std::string& text) {
 Environment EnvironmentOf(const HostUser& user, const HostOptions& options) {
   auto environment = user.environment();
   environment.insert(environment.end(), options.environment.begin(), options.environment.end());
-  if (options.manual_frames) {
-    environment.emplace_back("KORVANE_CONSOLE_FRAMES", "manual");
-  }
   return environment;
 }
 
@@ -63,11 +60,6 @@ std::vector<std::string> CommandOf(const HostOptions& options) {
   return command;
 }
 
-void IgnorePipeSignal() {
-  // A host that has ended must show as a red test and not end the test program.
-  signal(SIGPIPE, SIG_IGN);  // NOLINT(bugprone-unused-return-value)
-}
-
 }  // namespace
 
 bool Matches(const Json& value, const Json& pattern) {
@@ -83,7 +75,8 @@ bool Matches(const Json& value, const Json& pattern) {
 }
 
 HostProcess::HostProcess(const HostUser& user, HostOptions options) {
-  IgnorePipeSignal();
+  // A host that has ended must show as a red test and not end the test program.
+  signal(SIGPIPE, SIG_IGN);  // NOLINT(bugprone-unused-return-value)
   const Pipe input;
   const Pipe output;
   const Pipe errors;
@@ -126,34 +119,27 @@ void HostProcess::EndInput() {
   }
 }
 
-template <typename Wanted>
-Json HostProcess::AwaitLine(Wanted wanted, const std::string& told,
-                            std::chrono::milliseconds patience) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  for (;;) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    const auto text = streams_->WaitForLine(next_line_, left);
-    if (!text) {
-      ADD_FAILURE() << "no line like " << told << "\n" << Transcript();
-      return nullptr;
-    }
-    ++next_line_;
-    auto line = Parsed(*text);
-    if (wanted(line)) {
-      return line;
-    }
+std::optional<Json> HostProcess::TakeLine(std::size_t& number, Deadline deadline,
+                                          const std::string& told) {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      deadline - std::chrono::steady_clock::now());
+  const auto text = streams_->WaitForLine(number, left);
+  if (!text) {
+    ADD_FAILURE() << "no " << told << "\n" << Transcript();
+    return std::nullopt;
   }
+  ++number;
+  return Parsed(*text);
 }
 
 Json HostProcess::Await(const Json& pattern, std::chrono::milliseconds patience) {
-  return AwaitLine([&](const Json& line) { return Matches(line, pattern); }, pattern.dump(),
-                   patience);
-}
-
-Json HostProcess::AwaitKey(const std::string& key, std::chrono::milliseconds patience) {
-  return AwaitLine([&](const Json& line) { return line.contains(key); }, "\"" + key + "\"",
-                   patience);
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  for (;;) {
+    auto line = TakeLine(next_line_, deadline, "line like " + pattern.dump());
+    if (!line || Matches(*line, pattern)) {
+      return line.value_or(nullptr);
+    }
+  }
 }
 
 bool HostProcess::SaysAnything(std::chrono::milliseconds patience) {
@@ -171,17 +157,12 @@ Json HostProcess::Reply(const Json& id) {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   const auto wanted = id.dump();
   while (!replies_.contains(wanted)) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    const auto text = streams_->WaitForLine(next_unsorted_line_, left);
-    if (!text) {
-      ADD_FAILURE() << "no reply " << id << "\n" << Transcript();
+    const auto line = TakeLine(next_unsorted_line_, deadline, "reply " + wanted);
+    if (!line) {
       return nullptr;
     }
-    ++next_unsorted_line_;
-    const auto line = Parsed(*text);
-    if (line.contains("reply")) {
-      replies_.insert_or_assign(line["reply"].dump(), line);
+    if (line->contains("reply")) {
+      replies_.insert_or_assign((*line)["reply"].dump(), *line);
     }
   }
   return replies_[wanted];
@@ -224,14 +205,15 @@ std::vector<Json> HostProcess::Matching(const Json& pattern) const {
 }
 
 std::string HostProcess::Transcript() const {
-  std::string transcript = "output:\n";
-  for (const auto& line : streams_->lines()) {
-    transcript += "  " + line.substr(0, 2000) + "\n";
-  }
-  transcript += "error stream:\n";
-  for (const auto& line : streams_->error_lines()) {
-    transcript += "  " + line.substr(0, 2000) + "\n";
-  }
+  std::string transcript;
+  const auto add = [&](const char* title, const std::vector<std::string>& texts) {
+    transcript += std::string(title) + ":\n";
+    for (const auto& text : texts) {
+      transcript += "  " + text.substr(0, 2000) + "\n";
+    }
+  };
+  add("output", streams_->lines());
+  add("error stream", streams_->error_lines());
   return transcript;
 }
 

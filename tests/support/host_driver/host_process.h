@@ -11,6 +11,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,9 +31,11 @@ struct HostOptions {
   // Added to the user's environment. "APPDATA" reaches the Windows program too, which Wine would
   // not pass on; Kill doesn't reach a program that was started so.
   std::map<std::string, std::string> environment = {};
-  // Draw frames when told to, and not before.
-  bool manual_frames = false;
 };
+
+// The environment in which frames are drawn when told to, and not before.
+inline const std::map<std::string, std::string> kManualFrames = {
+    {"KORVANE_CONSOLE_FRAMES", "manual"}};
 
 class HostProcess {
  public:
@@ -54,9 +57,6 @@ class HostProcess {
   // The next line that has all keys of the pattern with their values, maps compared likewise. Fails
   // the test, and gives null, when the process ends or the time runs out before one comes.
   Json Await(const Json& pattern, std::chrono::milliseconds patience = kPatience);
-
-  // The same for the next line that has this key.
-  Json AwaitKey(const std::string& key, std::chrono::milliseconds patience = kPatience);
 
   // Waits for the first output line or for the end; whether there was a line.
   bool SaysAnything(std::chrono::milliseconds patience = kPatience);
@@ -85,8 +85,9 @@ class HostProcess {
   [[nodiscard]] std::string Transcript() const;
 
  private:
-  template <typename Wanted>
-  Json AwaitLine(Wanted wanted, const std::string& told, std::chrono::milliseconds patience);
+  using Deadline = std::chrono::steady_clock::time_point;
+  // The line of that number, which then goes on by one; fails the test when none comes.
+  std::optional<Json> TakeLine(std::size_t& number, Deadline deadline, const std::string& told);
 
   std::unique_ptr<ChildStreams> streams_;
   int pid_ = -1;

@@ -1,15 +1,16 @@
+// counting_watched.h: the counting decorators of the subjects whose steps the order watcher is told
+// of. A part of counting_os.cpp.
+#pragma once
+
 #include "support/counted_subject.h"
 
 namespace korvane::test {
 
 using namespace platform;  // NOLINT: nearly every name below is one of its
 
-namespace {
-
 class CountingFiles final : public Counted<Files> {
  public:
   using Counted::Counted;
-
   Result<File> Open(const std::filesystem::path& path, OpenMode mode) override {
     watcher().Opens(path, mode);
     const Effect effect = mode == OpenMode::kRead ? Effect::kLooks : Effect::kChanges;
@@ -38,15 +39,6 @@ class CountingFiles final : public Counted<Files> {
     }
     return bytes;
   }
-  Result<std::uint64_t> Size(File& file) override {
-    return Make(Effect::kLooks, "Files.Size", &Files::Size, file);
-  }
-  Status SeekToStart(File& file) override {
-    return Make(Effect::kLooks, "Files.SeekToStart", &Files::SeekToStart, file);
-  }
-  Status TruncateHere(File& file) override {
-    return Make(Effect::kChanges, "Files.TruncateHere", &Files::TruncateHere, file);
-  }
   Status Flush(File& file) override {
     const Status flushed = Make(Effect::kLooks, "Files.Flush", &Files::Flush, file);
     if (flushed) {
@@ -60,15 +52,6 @@ class CountingFiles final : public Counted<Files> {
     watcher().Inspected(path, kind && kind.value() == EntryKind::kAbsent);
     return kind;
   }
-  Result<std::uint64_t> SizeOf(const std::filesystem::path& path) override {
-    return Make(Effect::kLooks, "Files.SizeOf", &Files::SizeOf, path);
-  }
-  Result<std::int64_t> ModifiedAt(const std::filesystem::path& path) override {
-    return Make(Effect::kLooks, "Files.ModifiedAt", &Files::ModifiedAt, path);
-  }
-  Status Copy(const std::filesystem::path& from, const std::filesystem::path& to) override {
-    return Make(Effect::kChanges, "Files.Copy", &Files::Copy, from, to);
-  }
   Status Rename(const std::filesystem::path& from, const std::filesystem::path& to) override {
     watcher().Renames(from, to);
     const Status renamed = Make(Effect::kChanges, "Files.Rename", &Files::Rename, from, to);
@@ -81,9 +64,6 @@ class CountingFiles final : public Counted<Files> {
     watcher().Removes(path);
     return Make(Effect::kChanges, "Files.RemoveFile", &Files::RemoveFile, path);
   }
-  Status RemoveDirectory(const std::filesystem::path& path) override {
-    return Make(Effect::kChanges, "Files.RemoveDirectory", &Files::RemoveDirectory, path);
-  }
   Result<bool> CreateDirectories(const std::filesystem::path& path) override {
     auto made = Make(Effect::kChanges, "Files.CreateDirectories", &Files::CreateDirectories, path);
     if (!made) {
@@ -91,18 +71,20 @@ class CountingFiles final : public Counted<Files> {
     }
     return made;
   }
-  Result<std::vector<DirectoryEntry>> List(const std::filesystem::path& path) override {
-    return Make(Effect::kLooks, "Files.List", &Files::List, path);
-  }
-  bool IsNotFound(ErrorCode error) override {
-    return Make(Effect::kLooks, "Files.IsNotFound", &Files::IsNotFound, error);
-  }
+  KORVANE_COUNTED(1, Files, Size, kLooks);
+  KORVANE_COUNTED(1, Files, SeekToStart, kLooks);
+  KORVANE_COUNTED(1, Files, TruncateHere, kChanges);
+  KORVANE_COUNTED(1, Files, SizeOf, kLooks);
+  KORVANE_COUNTED(1, Files, ModifiedAt, kLooks);
+  KORVANE_COUNTED(2, Files, Copy, kChanges);
+  KORVANE_COUNTED(1, Files, RemoveDirectory, kChanges);
+  KORVANE_COUNTED(1, Files, List, kLooks);
+  KORVANE_COUNTED(1, Files, IsNotFound, kLooks);
 };
 
 class CountingRegistry final : public Counted<Registry> {
  public:
   using Counted::Counted;
-
   Result<std::uint32_t> ReadDword(RegistryHive hive, const std::wstring& key,
                                   const std::wstring& value) override {
     auto data = Make(Effect::kLooks, "Registry.ReadDword", &Registry::ReadDword, hive, key, value);
@@ -119,41 +101,74 @@ class CountingRegistry final : public Counted<Registry> {
     }
     return set;
   }
-  Status DeleteValue(RegistryHive hive, const std::wstring& key,
-                     const std::wstring& value) override {
-    return Make(Effect::kChanges, "Registry.DeleteValue", &Registry::DeleteValue, hive, key, value);
-  }
+  KORVANE_COUNTED(3, Registry, DeleteValue, kChanges);
 };
 
-class CountingProxySettings final : public Counted<ProxySettings> {
+class CountingProcess final : public Counted<Process> {
  public:
   using Counted::Counted;
-
-  Status Store(std::uint32_t flags, const std::wstring& server,
-               const std::wstring& bypass) override {
-    return Make(Effect::kChanges, "ProxySettings.Store", &ProxySettings::Store, flags, server,
-                bypass);
+  void Exit(std::uint32_t code) override {
+    watcher().Exits();
+    Begin(Effect::kLooks, "Process.Exit", false);
+    inner_.Exit(code);
   }
-  void AnnounceChange() override {
-    Make(Effect::kChanges, "ProxySettings.AnnounceChange", &ProxySettings::AnnounceChange);
-  }
-  Result<ConnectionProxy> Query() override {
-    return Make(Effect::kLooks, "ProxySettings.Query", &ProxySettings::Query);
-  }
+  KORVANE_COUNTED(0, Process, Id, kLooks);
+  KORVANE_COUNTED(0, Process, Executable, kLooks);
+  KORVANE_COUNTED(1, Process, EnvironmentVariable, kLooks);
+  KORVANE_COUNTED(0, Process, LocalApplicationData, kLooks);
+  KORVANE_COUNTED(0, Process, ArgumentVector, kLooks);
+  KORVANE_COUNTED_OR(kFailedHresult, 1, Process, EnterApartment, kLooks);
+  KORVANE_COUNTED(0, Process, LeaveApartment, kLooks);
+  KORVANE_COUNTED(1, Process, SetAppUserModelId, kLooks);
+  KORVANE_COUNTED_OR(false, 0, Process, AttachParentConsole, kLooks);
+  KORVANE_COUNTED(0, Process, DebuggerPresent, kLooks);
+  KORVANE_COUNTED_OR(false, 0, Process, OpenConsole, kLooks);
 };
 
-}  // namespace
+class CountingKernelObjects final : public Counted<KernelObjects> {
+ public:
+  using Counted::Counted;
+  CreatedMutex CreateNamedMutex(const std::wstring& name, bool initially_owned) override {
+    CreatedMutex created = Make(Effect::kChanges, "KernelObjects.CreateNamedMutex",
+                                &KernelObjects::CreateNamedMutex, name, initially_owned);
+    if (created.handle) {
+      watcher().MadeMutex(created.handle.native(), initially_owned && created.code == 0);
+    }
+    return {.handle = Own(std::move(created.handle)), .code = created.code};
+  }
+  Result<KernelHandle> CreateNamedEvent(const std::wstring& name) override {
+    return Own(Make(Effect::kChanges, "KernelObjects.CreateNamedEvent",
+                    &KernelObjects::CreateNamedEvent, name));
+  }
+  Result<KernelHandle> OpenNamedEvent(const std::wstring& name) override {
+    return Own(
+        Make(Effect::kLooks, "KernelObjects.OpenNamedEvent", &KernelObjects::OpenNamedEvent, name));
+  }
+  WaitOutcome Wait(const KernelHandle& object, std::uint32_t milliseconds) override {
+    WaitOutcome waited =
+        Make(Effect::kLooks, "KernelObjects.Wait", &KernelObjects::Wait, object, milliseconds);
+    if (waited.result == kWaitSignalled || waited.result == kWaitAbandoned) {
+      watcher().Waited(object.native());
+    }
+    return waited;
+  }
+  Status ReleaseMutex(const KernelHandle& mutex) override {
+    watcher().Releases(mutex.native());
+    return Make(Effect::kChanges, "KernelObjects.ReleaseMutex", &KernelObjects::ReleaseMutex,
+                mutex);
+  }
+  Status Close(KernelHandle& handle) override { return MakeClose("KernelObjects.Close", handle); }
+  KORVANE_COUNTED(1, KernelObjects, SetEvent, kChanges);
+  KORVANE_COUNTED(2, KernelObjects, WaitAny, kLooks);
 
-std::unique_ptr<Files> Count(Files& inner, OperationCounter& counter) {
-  return std::make_unique<CountingFiles>(inner, counter);
-}
-
-std::unique_ptr<Registry> Count(Registry& inner, OperationCounter& counter) {
-  return std::make_unique<CountingRegistry>(inner, counter);
-}
-
-std::unique_ptr<ProxySettings> Count(ProxySettings& inner, OperationCounter& counter) {
-  return std::make_unique<CountingProxySettings>(inner, counter);
-}
+ private:
+  // The handle's close comes through here too.
+  KernelHandle Own(KernelHandle handle) {
+    return handle ? KernelHandle(this, handle.Release()) : KernelHandle();
+  }
+  Result<KernelHandle> Own(Result<KernelHandle> handle) {
+    return handle ? Result<KernelHandle>(Own(handle.take())) : std::move(handle);
+  }
+};
 
 }  // namespace korvane::test
