@@ -6,6 +6,7 @@
 #include <string>
 
 #include "support/host_driver/host_process.h"
+#include "support/host_driver/host_target.h"
 #include "web/web_server.h"
 
 namespace korvane::test {
@@ -124,7 +125,10 @@ TEST_F(EngineApi, AnswersOnceWhateverTheEngineAnswers) {
     Json config = Config("auto");
     config["experimental"]["stand_in"]["clash_answers"] = Json::array({row.told});
     Connect(config);
-    const Json test = Test();
+    Json test = Test();
+    if (DrivesWindows() && Matches(test, no_group)) {
+      test = Test();  // Wine, on a crowded machine, has lost a short answer's body before
+    }
     EXPECT_TRUE(Matches(test, row.test)) << row.sentence << ": " << test;
     const Json info = Info();
     EXPECT_TRUE(Matches(info, row.info)) << row.sentence << ": " << info.dump().substr(0, 300);

@@ -239,7 +239,7 @@ void CallOrder::See(const std::string& call) {
     trail_.Fail("the process exits before its instance mutex is given up");
   } else if (call.starts_with("proxy 1")) {
     cleared_by_ = ThisThread();
-  } else if (call == "new" || call.starts_with("proxy ")) {
+  } else if (call == "new" || call.starts_with("proxy 2")) {
     cleared_by_ = 0;
   } else if (call.starts_with("close ") && cleared_by_ == ThisThread()) {
     trail_.Fail("the proxy was cleared before the engine was closed");

@@ -132,14 +132,26 @@ std::optional<Json> HostProcess::TakeLine(std::size_t& number, Deadline deadline
   return Parsed(*text);
 }
 
-Json HostProcess::Await(const Json& pattern, std::chrono::milliseconds patience) {
+template <typename Wanted>
+Json HostProcess::AwaitLine(Wanted wanted, const std::string& told,
+                            std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   for (;;) {
-    auto line = TakeLine(next_line_, deadline, "line like " + pattern.dump());
-    if (!line || Matches(*line, pattern)) {
+    auto line = TakeLine(next_line_, deadline, "line like " + told);
+    if (!line || wanted(*line)) {
       return line.value_or(nullptr);
     }
   }
+}
+
+Json HostProcess::Await(const Json& pattern, std::chrono::milliseconds patience) {
+  return AwaitLine([&](const Json& line) { return Matches(line, pattern); }, pattern.dump(),
+                   patience);
+}
+
+Json HostProcess::AwaitKey(const std::string& key, std::chrono::milliseconds patience) {
+  return AwaitLine([&](const Json& line) { return line.contains(key); }, "\"" + key + "\"",
+                   patience);
 }
 
 bool HostProcess::SaysAnything(std::chrono::milliseconds patience) {

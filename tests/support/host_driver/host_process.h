@@ -58,6 +58,9 @@ class HostProcess {
   // the test, and gives null, when the process ends or the time runs out before one comes.
   Json Await(const Json& pattern, std::chrono::milliseconds patience = kPatience);
 
+  // The same for the next line that has this key.
+  Json AwaitKey(const std::string& key, std::chrono::milliseconds patience = kPatience);
+
   // Waits for the first output line or for the end; whether there was a line.
   bool SaysAnything(std::chrono::milliseconds patience = kPatience);
 
@@ -88,6 +91,9 @@ class HostProcess {
   using Deadline = std::chrono::steady_clock::time_point;
   // The line of that number, which then goes on by one; fails the test when none comes.
   std::optional<Json> TakeLine(std::size_t& number, Deadline deadline, const std::string& told);
+
+  template <typename Wanted>
+  Json AwaitLine(Wanted wanted, const std::string& told, std::chrono::milliseconds patience);
 
   std::unique_ptr<ChildStreams> streams_;
   int pid_ = -1;
