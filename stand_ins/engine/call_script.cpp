@@ -1,7 +1,6 @@
 #include "engine/call_script.h"
 
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -25,14 +24,6 @@ CrashKind ReadCrash(const JsonNode& node) {
     return CrashKind::kAbort;
   }
   node.Refuse("expected \"null_write\", \"illegal_instruction\" or \"abort\"");
-}
-
-ThrowKind ReadThrowKind(const JsonNode& node) {
-  const std::string kind = node.StringOr("throw_kind", "standard");
-  if (kind != "standard" && kind != "foreign") {
-    node.Refuse("throw_kind is standard or foreign");
-  }
-  return kind == "foreign" ? ThrowKind::kForeign : ThrowKind::kStandard;
 }
 
 std::optional<ScriptedFailure> ReadFailure(const JsonNode& node) {
@@ -67,60 +58,38 @@ void Crash(CrashKind kind) {
   std::abort();
 }
 
-void Throw(ThrowKind kind, const std::string& text) {
-  if (kind == ThrowKind::kStandard) {
-    throw std::runtime_error(text);
-  }
-  if (kind == ThrowKind::kForeign) {
-    throw 42;  // of no standard kind, so without a text
-  }
-}
-
 }  // namespace
 
 CallScript CallScript::Read(const JsonNode& node) {
-  node.AllowOnly(
-      {"times", "touch", "wait_ms", "until_file", "crash", "throw", "throw_kind", "fail", "code"});
+  node.AllowOnly({"wait_ms", "until_file", "crash", "throw", "fail", "code"});
   CallScript script;
-  script.active_ = true;
-  script.turns_ = Turns::Read(node);
-  script.touch_ = PathFromUtf8(node.StringOr("touch", ""));
   script.wait_ = std::chrono::milliseconds(node.IntegerOr("wait_ms", 0, 0, kMostMs));
   script.until_file_ = PathFromUtf8(node.StringOr("until_file", ""));
   if (const auto crash = node.Find("crash")) {
     script.crash_ = ReadCrash(*crash);
   }
-  script.throw_text_ = node.StringOr("throw", "");
-  if (node.Find("throw")) {
-    script.throw_ = ReadThrowKind(node);
+  if (const auto text = node.Find("throw")) {
+    script.throw_text_ = text->String();
   }
   script.failure_ = ReadFailure(node);
   return script;
 }
 
 std::optional<ScriptedFailure> CallScript::Play() const {
-  if (!active_ || !turns_.Take()) {
-    return std::nullopt;
-  }
-  Touch(touch_);
   std::this_thread::sleep_for(wait_);
   std::error_code absent;
   while (!until_file_.empty() && !std::filesystem::exists(until_file_, absent)) {
     std::this_thread::sleep_for(kFilePoll);
   }
   Crash(crash_);
-  Throw(throw_, throw_text_);
+  if (throw_text_) {
+    throw std::runtime_error(*throw_text_);
+  }
   return failure_;
 }
 
 std::filesystem::path PathFromUtf8(const std::string& utf8) {
   return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
-}
-
-void Touch(const std::filesystem::path& path) {
-  if (!path.empty()) {
-    std::ofstream(path).flush();
-  }
 }
 
 }  // namespace korvane::stand_in

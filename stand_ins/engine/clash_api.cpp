@@ -65,13 +65,8 @@ bool ClashApi::ServeRequest(net::Socket& client, const net::HttpHead& head, std:
                         std::string(target.substr(std::min(path_end + 1, target.size()))),
                         std::move(body)};
   if (const ClashScript* script = FindScript(options_.clash_answers, request.path)) {
-    if (!PlayWaits(*script, *client.stop())) {
-      return false;
-    }
-    if (script->kind != AnswerKind::kEngine) {
-      PlayAnswer(*script, client);
-      return false;
-    }
+    PlayAnswer(*script, client);
+    return false;
   }
   const Answer answer = Authorised(head) ? Route(request) : Message(401, "Unauthorized");
   return client.Send(
@@ -107,10 +102,10 @@ ClashApi::Answer ClashApi::Route(const Request& request) {
     return {200, R"({"hello":"clash"})"};
   }
   if (path == "/version") {
-    const nlohmann::ordered_json version{
-        {"meta", true}, {"premium", true}, {"version", "sing-box " + version_}};
-    // The version may have been told to be no UTF-8.
-    return {200, version.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)};
+    return {200, nlohmann::ordered_json{{"meta", true},
+                                        {"premium", true},
+                                        {"version", "sing-box " + std::string(kEngineVersion)}}
+                     .dump()};
   }
   return NotFound();
 }
@@ -199,8 +194,7 @@ ClashApi::Answer ClashApi::GroupDelay(const Outbound& group, const std::string& 
   probes.JoinAll();
   nlohmann::ordered_json delays = nlohmann::ordered_json::object();
   for (std::size_t i = 0; i < results.size(); ++i) {
-    const bool reached = results[i].status == DelayStatus::kDone;
-    if (reached || options_.zero_for_failed_members) {
+    if (results[i].status == DelayStatus::kDone) {
       delays[group.members[i]] = results[i].delay_ms;
     }
   }

@@ -21,17 +21,15 @@
 
 namespace korvane::stand_in {
 
+inline constexpr std::string_view kEngineVersion = "1.12.0-stand-in";
+
 // Refers to its arguments, which outlive it. Any number of connections at once, each on a thread of
 // its own.
 class ClashApi {
  public:
   ClashApi(OutboundGraph& graph, const OutboundDialer& dialer, const SessionOptions& options,
-           std::string secret, std::string version)
-      : graph_(graph),
-        dialer_(dialer),
-        options_(options),
-        secret_(std::move(secret)),
-        version_(std::move(version)) {}
+           std::string secret)
+      : graph_(graph), dialer_(dialer), options_(options), secret_(std::move(secret)) {}
 
   // Serves one request after the other until the client ends or the service is closed.
   void ServeConnection(net::Socket& client);
@@ -65,7 +63,6 @@ class ClashApi {
   const OutboundDialer& dialer_;
   const SessionOptions& options_;
   const std::string secret_;
-  const std::string version_;
 };
 
 }  // namespace korvane::stand_in

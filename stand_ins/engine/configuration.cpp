@@ -38,7 +38,7 @@ Inbound ReadInbound(const JsonNode& node) {
   inbound.type = node.StringOr("type", "");
   inbound.tag = node.StringOr("tag", "");
   if (inbound.type == "tun") {
-    inbound.interface_name = node.StringOr("interface_name", "");
+    static_cast<void>(node.StringOr("interface_name", ""));  // looked at, and no more
     return inbound;
   }
   if (inbound.type != "mixed" && inbound.type != "http" && inbound.type != "socks") {
@@ -108,7 +108,7 @@ void ReadExperimental(const JsonNode& node, Configuration& configuration) {
     configuration.clash = ReadClash(*clash);
   }
   if (const auto stand_in = node.Find("stand_in")) {
-    configuration.options = ReadSessionOptions(*stand_in, configuration.options);
+    configuration.options = ReadSessionOptions(*stand_in);
     CheckWishes(*stand_in, configuration);
   }
 }
@@ -166,13 +166,12 @@ void ReadFinal(const JsonNode& root, Configuration& configuration) {
 
 }  // namespace
 
-Configuration ReadConfiguration(const std::string& text, const SessionOptions& defaults) {
+Configuration ReadConfiguration(const std::string& text) {
   const nlohmann::json document = Parse(text);
   const JsonNode root(document);
   root.AllowOnly({"$schema", "log", "dns", "ntp", "certificate", "endpoints", "inbounds",
                   "outbounds", "route", "services", "experimental"});
   Configuration configuration;
-  configuration.options = defaults;
   if (const auto inbounds = root.Find("inbounds")) {
     for (const JsonNode& node : inbounds->Items()) {
       configuration.inbounds.push_back(ReadInbound(node));

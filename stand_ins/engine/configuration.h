@@ -15,8 +15,7 @@ namespace korvane::stand_in {
 struct Inbound {
   std::string type;  // "mixed", "http", "socks" or "tun"
   std::string tag;
-  net::Authority listen;       // all but "tun"; a loopback address, port 0 for any free one
-  std::string interface_name;  // "tun" alone
+  net::Authority listen;  // all but "tun"; a loopback address, port 0 for any free one
 };
 
 struct Outbound {
@@ -41,6 +40,6 @@ struct Configuration {
 
 // Reads a configuration text. Throws ConfigurationError with the text for the last error: on bad
 // JSON, on fields that no engine would take, and on outbounds that don't fit together.
-Configuration ReadConfiguration(const std::string& text, const SessionOptions& defaults);
+Configuration ReadConfiguration(const std::string& text);
 
 }  // namespace korvane::stand_in

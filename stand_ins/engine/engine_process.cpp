@@ -1,9 +1,7 @@
 #include "engine/engine_process.h"
 
-#include <exception>
 #include <utility>
 
-#include "engine/host_process.h"
 #include "platform/no_destructor.h"
 
 namespace korvane::stand_in {
@@ -11,22 +9,6 @@ namespace korvane::stand_in {
 EngineProcess& EngineProcess::Get() {
   static NoDestructor<EngineProcess> process;
   return *process;
-}
-
-EngineProcess::EngineProcess() {
-  try {
-    options_ = ReadLibraryOptions(LibraryFolder() / "sing-box.stand_in.json");
-  } catch (const std::exception& error) {
-    options_error_ = std::string("sing-box.stand_in.json: ") + error.what();
-  }
-}
-
-std::shared_ptr<Service> EngineProcess::Create(const std::string& configuration) const {
-  if (!options_error_.empty()) {
-    throw ConfigurationError(options_error_);
-  }
-  return std::make_shared<Service>(ReadConfiguration(configuration, options_.session),
-                                   options_.version.value_or(""));
 }
 
 std::uint64_t EngineProcess::Add(std::shared_ptr<Service> service) {

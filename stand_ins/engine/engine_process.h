@@ -1,4 +1,4 @@
-// engine_process.h: the engine as one process sees it: its services, options and last error.
+// engine_process.h: the engine as one process sees it: its services and last error.
 #pragma once
 
 #include <cstdint>
@@ -17,12 +17,7 @@ class EngineProcess {
  public:
   static EngineProcess& Get();
 
-  EngineProcess();
-
-  const LibraryOptions& options() const { return options_; }
-
-  // Throws ConfigurationError. The service gets an identifier when it is added.
-  std::shared_ptr<Service> Create(const std::string& configuration) const;
+  // Gives its identifier.
   std::uint64_t Add(std::shared_ptr<Service> service) KORVANE_EXCLUDES(mutex_);
   // Null when there is none.
   std::shared_ptr<Service> Find(std::uint64_t id) KORVANE_EXCLUDES(mutex_);
@@ -33,9 +28,6 @@ class EngineProcess {
   std::optional<std::string> LastError() KORVANE_EXCLUDES(mutex_);
 
  private:
-  LibraryOptions options_;
-  // Why the file beside the library can't be used; then no service can be made.
-  std::string options_error_;
   Mutex mutex_;
   std::uint64_t last_id_ KORVANE_GUARDED_BY(mutex_) = 0;
   std::map<std::uint64_t, std::shared_ptr<Service>> services_ KORVANE_GUARDED_BY(mutex_);

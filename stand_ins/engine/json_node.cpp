@@ -27,11 +27,6 @@ std::optional<JsonNode> JsonNode::Find(const char* key) const {
   return Member(key, *found);
 }
 
-bool JsonNode::HoldsNull(const char* key) const {
-  const auto found = value_->find(key);
-  return found != value_->end() && found->is_null();
-}
-
 std::vector<JsonNode> JsonNode::Items() const {
   Require(value_->is_array(), "an array");
   std::vector<JsonNode> items;
@@ -55,11 +50,6 @@ std::string JsonNode::String() const {
   return value_->get<std::string>();
 }
 
-bool JsonNode::Boolean() const {
-  Require(value_->is_boolean(), "a boolean");
-  return value_->get<bool>();
-}
-
 std::int64_t JsonNode::Integer(std::int64_t least, std::int64_t most) const {
   Require(value_->is_number_integer(), "an integer");
   const bool fits = !value_->is_number_unsigned() ||
@@ -74,11 +64,6 @@ std::int64_t JsonNode::Integer(std::int64_t least, std::int64_t most) const {
 std::string JsonNode::StringOr(const char* key, std::string fallback) const {
   const auto member = Find(key);
   return member ? member->String() : std::move(fallback);
-}
-
-bool JsonNode::BooleanOr(const char* key, bool fallback) const {
-  const auto member = Find(key);
-  return member ? member->Boolean() : fallback;
 }
 
 std::int64_t JsonNode::IntegerOr(const char* key, std::int64_t fallback, std::int64_t least,

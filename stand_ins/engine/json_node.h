@@ -27,23 +27,17 @@ class JsonNode {
   explicit JsonNode(const nlohmann::json& value) : value_(&value) {}
 
   const std::string& path() const { return path_; }
-  bool is_string() const { return value_->is_string(); }
-  bool is_boolean() const { return value_->is_boolean(); }
 
   // The member of an object; nothing when it is absent or null.
   std::optional<JsonNode> Find(const char* key) const;
-  // True when the member is there and null.
-  bool HoldsNull(const char* key) const;
   std::vector<JsonNode> Items() const;                            // of an array
   std::vector<std::pair<std::string, JsonNode>> Members() const;  // of an object
 
   std::string String() const;
-  bool Boolean() const;
   std::int64_t Integer(std::int64_t least, std::int64_t most) const;
 
   // The member's value, or the fallback when it is absent.
   std::string StringOr(const char* key, std::string fallback) const;
-  bool BooleanOr(const char* key, bool fallback) const;
   std::int64_t IntegerOr(const char* key, std::int64_t fallback, std::int64_t least,
                          std::int64_t most) const;
 

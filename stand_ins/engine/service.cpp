@@ -1,6 +1,5 @@
 #include "engine/service.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "engine/proxy_server.h"
@@ -18,13 +17,12 @@ std::string ListenError(const net::Authority& at, const std::string& error) {
 
 }  // namespace
 
-Service::Service(Configuration configuration, std::string version)
+Service::Service(Configuration configuration)
     : configuration_(std::move(configuration)),
       graph_(configuration_.outbounds),
       dialer_(graph_, configuration_.options, stop_) {
   if (configuration_.clash) {
-    clash_.emplace(graph_, dialer_, configuration_.options, configuration_.clash->secret,
-                   std::move(version));
+    clash_.emplace(graph_, dialer_, configuration_.options, configuration_.clash->secret);
   }
 }
 
@@ -34,9 +32,6 @@ std::optional<std::string> Service::Start() {
     return "service already started";
   }
   Opened opened;
-  if (auto failure = ClaimTunNames()) {
-    return failure;
-  }
   if (auto failure = Open(opened)) {
     return failure;
   }
@@ -50,21 +45,6 @@ void Service::Close() {
   stop_.Raise();
   workers_.JoinAll();
   held_.clear();
-}
-
-// No interface is really made: a name is taken when the options say so.
-std::optional<std::string> Service::ClaimTunNames() const {
-  const auto& taken = options().tun_names_taken;
-  for (const Inbound& inbound : configuration_.inbounds) {
-    if (inbound.type != "tun") {
-      continue;
-    }
-    if (options().every_tun_name_taken ||
-        std::ranges::find(taken, inbound.interface_name) != taken.end()) {
-      return "configure tun interface: Cannot create a file when that file already exists.";
-    }
-  }
-  return std::nullopt;
 }
 
 std::optional<std::string> Service::Open(Opened& opened) const {

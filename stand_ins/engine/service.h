@@ -16,7 +16,7 @@ namespace korvane::stand_in {
 // Owns its sockets and threads; all of them are gone when Close has returned. Any thread.
 class Service {
  public:
-  Service(Configuration configuration, std::string version);
+  explicit Service(Configuration configuration);
   ~Service() { Close(); }
 
   const SessionOptions& options() const { return configuration_.options; }
@@ -33,7 +33,6 @@ class Service {
     std::vector<net::Socket> held;
   };
 
-  std::optional<std::string> ClaimTunNames() const;
   std::optional<std::string> Open(Opened& opened) const;
   std::optional<std::string> OpenInbounds(Opened& opened) const;
   std::optional<std::string> HoldConnections(Opened& opened) const;

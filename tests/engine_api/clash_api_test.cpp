@@ -45,13 +45,10 @@ TEST(ExtractClashApiPort, TakesTheFirstControllerOnLoopback) {
   };
   const Row rows[] = {
       {R"({"external_controller":"127.0.0.1:9090"})", 9090},
-      {R"({"external_controller" : "127.0.0.1:9090"})", 9090},
       {R"({"external_controller":"0.0.0.0:1","external_controller":"127.0.0.1:2"})", 2},
       {R"({"external_controller":"127.0.0.1:70000"})", 70000},
       {R"({"external_controller":"0.0.0.0:9090"})", std::nullopt},
-      {R"({"external_controller":"localhost:9090"})", std::nullopt},
       {R"({"external_controller":"127.0.0.1:"})", std::nullopt},
-      {R"({"external_controller":"127.0.0.1:9090 "})", std::nullopt},
       {"{}", std::nullopt},
   };
   for (const Row& row : rows) {
@@ -70,10 +67,8 @@ TEST(FindInboundListenPort, TakesThePortThatStandsNextBehindTheTag) {
       {R"({"tag":"mixed-in","listen_port":2080})", 2080},
       {R"({"tag": "mixed-in", "listen_port" : 2080})", 2080},
       {R"({"tag": "mixed-in"},{"tag":"mixed-in"},{"tag":"other","listen_port":7})", 7},
-      {R"({"tag": "mixed-in","listen_port":1},{"tag":"mixed-in","listen_port":2})", 2},
       {R"({"tag":  "mixed-in","listen_port":2080})", std::nullopt},
       {R"({"listen_port":2080,"tag":"mixed-in"})", std::nullopt},
-      {R"({"tag":"mixed-in","listen_port":"2080"})", std::nullopt},
       {R"({"tag":"mixed-in-2","listen_port":2080})", std::nullopt},
   };
   for (const Row& row : rows) {
@@ -131,9 +126,7 @@ TEST_F(ClashApi, WalksAutomaticGroupsToTheLeaf) {
   Now("auto_b", "auto_c");
   Now("auto_c", "auto_d");
   Now("auto_d", "node_9");
-  Now("to_three", "auto_b2");
-  Now("auto_b2", "auto_c2");
-  Now("auto_c2", "auto_d");
+  Now("to_three", "auto_b");
   http.answers["/proxies/not_a_group"] = R"({"type":"Direct"})";
   struct Row {
     const char* start;
@@ -163,16 +156,14 @@ TEST_F(ClashApi, WalksAutomaticGroupsToTheLeaf) {
   }
 }
 
-TEST_F(ClashApi, NothingIsAskedForAnEmptyTag) {
-  EXPECT_FALSE(ResolveSelectorLeaf(kBase, "").found);
-  EXPECT_EQ(ProbeProxyDelay(kBase, "", 3000), -1);
-  EXPECT_THAT(http.TakeRequests(), IsEmpty());
-}
-
 TEST_F(ClashApi, EachRequestHasItsTargetAndItsTimeout) {
   const std::string query = std::string("/delay?url=") + kDefaultProbeUrl + "&timeout=";
+  EXPECT_FALSE(ResolveSelectorLeaf(kBase, "").found);
+  EXPECT_EQ(ProbeProxyDelay(kBase, "", 3000), -1);
+  EXPECT_FALSE(ProbeClashApiReachable(0));
+  EXPECT_THAT(http.TakeRequests(), IsEmpty());
   GetSelectorNow(kBase, "a b");
-  ProbeClashApiReachable(9090);
+  EXPECT_FALSE(ProbeClashApiReachable(9090));
   EXPECT_THAT(http.TakeRequests(),
               ElementsAre("9090 /proxies/a%20b within 3000", "9090 /version within 1200"));
   struct Row {
@@ -207,15 +198,10 @@ TEST_F(ClashApi, DelayIsTheEnginesWordOrMinusOne) {
     http.answers["/proxies/n/delay"] = row.answer;
     EXPECT_EQ(ProbeProxyDelay(kBase, "n", 3000), row.delay) << row.answer;
   }
-  http.answers["/proxies/n/delay"] = R"({"delay":99999999999})";
-  EXPECT_THROW(ProbeProxyDelay(kBase, "n", 3000), std::out_of_range);
-}
-
-TEST_F(ClashApi, AnyBodyIsAReachableApi) {
-  EXPECT_FALSE(ProbeClashApiReachable(9090));
   http.answers["/version"] = "x";
   EXPECT_TRUE(ProbeClashApiReachable(9090));
-  EXPECT_FALSE(ProbeClashApiReachable(0));
+  http.answers["/proxies/n/delay"] = R"({"delay":99999999999})";
+  EXPECT_THROW(ProbeProxyDelay(kBase, "n", 3000), std::out_of_range);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "flutter_boundary/byte_streams.h"
 #include "flutter_boundary/encodable_value.h"
+#include "flutter_boundary/method_result.h"
 #include "flutter_boundary/standard_codec_serializer.h"
 #include "gtest/gtest.h"
 #include "platform/os.h"
@@ -64,6 +65,24 @@ inline Bytes EncodeValue(const EncodableValue& value) {
 inline void PrintTo(const EncodableValue& value, std::ostream* out) {
   *out << testing::PrintToString(EncodeValue(value));
 }
+
+// Notes its answer, and its end, in a list that outlives it.
+class NotedResult : public MethodResult<> {
+ public:
+  explicit NotedResult(EncodableList* notes) : notes_(notes) {}
+  ~NotedResult() override { notes_->push_back("gone"); }
+
+ protected:
+  void SuccessInternal(const EncodableValue* result) override { *notes_ = {"success", *result}; }
+  void ErrorInternal(const std::string& code, const std::string& message,
+                     const EncodableValue* details) override {
+    *notes_ = {"error", code, message, details != nullptr ? *details : EncodableValue()};
+  }
+  void NotImplementedInternal() override { *notes_ = {"not implemented"}; }
+
+ private:
+  EncodableList* notes_;
+};
 
 class BoundaryTest : public testing::Test {
  protected:

@@ -33,24 +33,20 @@ inline std::vector<ValueExample> ValueExamples() {
       {"00", {}},
       {"01", true},
       {"02", false},
-      {"03 2a 00 00 00", 42},
       {"03 ff ff ff ff", -1},
       {"03 ff ff ff 7f", 2147483647},
       {"04 00 00 00 80 00 00 00 00", std::int64_t{2147483648}},
       {"04 ff ff ff 7f ff ff ff ff", std::int64_t{-2147483649}},
       {"04 05 00 00 00 00 00 00 00", std::int64_t{5}},
-      {"04 7b 9c c7 00 90 01 00 00", std::int64_t{1718000000123}},
       {"06 [00 00 00 00 00 00 00] 00 00 00 00 00 00 f8 3f", 1.5},
       {"07 00", ""},
       {"07 02 c3 a9", "\xc3\xa9"},
-      {"07 0d 76 70 6e 5f 63 6f 6e 6e 65 63 74 65 64", "vpn_connected"},
       {"08 03 01 02 03", std::vector<std::uint8_t>{1, 2, 3}},
       {"09 02 [00 00] 01 00 00 00 fe ff ff ff", std::vector<std::int32_t>{1, -2}},
       {"0a 01 [00 00 00 00 00 00] 01 00 00 00 00 00 00 00", std::vector<std::int64_t>{1}},
       {"0b 00 [00 00 00 00 00 00]", std::vector<double>()},
       {"0e 01 [00 00] 00 00 c0 3f", std::vector<float>{1.5F}},
       {"0c 03 00 01 03 07 00 00 00", EncodableList{{}, true, 7}},
-      {"0c 02 07 03 61 62 63 06 00 00 00 00 00 00 f0 3f", EncodableList{"abc", 1.0}},
       {"0c 02 07 05 61 62 63 64 65 06 [00 00 00 00 00 00] 00 00 00 00 00 00 f0 3f",
        EncodableList{"abcde", 1.0}},
       {"0c 02 08 01 aa 09 01 [00] 05 00 00 00",
@@ -67,11 +63,7 @@ inline std::vector<CallExample> CallExamples() {
       {"07 11 73 74 61 72 74 75 70 42 72 65 61 64 63 72 75 6d 62 0d 02 07 06 64 61 72 74 4d 73 03 "
        "fa 00 00 00 07 04 6e 61 6d 65 07 02 75 69",
        "startupBreadcrumb", EncodableMap{{"name", "ui"}, {"dartMs", 250}}},
-      {"07 11 6f 6e 56 50 4e 53 74 61 74 65 43 68 61 6e 67 65 64 07 0e 76 70 6e 5f 63 6f 6e 6e 65 "
-       "63 74 69 6e 67",
-       "onVPNStateChanged", "vpn_connecting"},
       {"07 01 6d 06 [00 00 00 00] 00 00 00 00 00 00 f0 3f", "m", 1.0},
-      {"07 06 6c 69 73 74 65 6e 00", "listen", {}},
   };
 }
 
@@ -80,7 +72,6 @@ inline std::vector<EnvelopeExample> EnvelopeExamples() {
       {"00 00", "", "", {}},
       {"00 01", "", "", true},
       {"00 03 78 00 00 00", "", "", 120},
-      {"00 07 0c 64 69 73 63 6f 6e 6e 65 63 74 65 64", "", "", "disconnected"},
       {"00 06 [00 00 00 00 00 00] 00 00 00 00 00 00 f0 3f", "", "", 1.0},
       {"00 0d 01 07 06 73 74 61 74 75 73 07 0d 76 70 6e 5f 63 6f 6e 6e 65 63 74 65 64", "", "",
        EncodableMap{{"status", "vpn_connected"}}},
@@ -91,11 +82,6 @@ inline std::vector<EnvelopeExample> EnvelopeExamples() {
        {}},
       {"01 07 01 58 00 00", "X", "", {}},
       {"01 07 01 45 07 01 6d 06 00 00 00 00 00 00 f0 3f", "E", "m", 1.0},
-      {"01 07 05 65 72 72 6f 72 07 1a 4e 6f 20 61 63 74 69 76 65 20 73 74 72 65 61 6d 20 74 6f 20 "
-       "63 61 6e 63 65 6c 00",
-       "error",
-       "No active stream to cancel",
-       {}},
   };
 }
 

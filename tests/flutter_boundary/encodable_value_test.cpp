@@ -42,15 +42,6 @@ TEST(EncodableValueTest, EachContentLandsOnItsIndex) {
   EXPECT_EQ(values[2].GetIf<std::int64_t>(), nullptr);
 }
 
-TEST(EncodableValueTest, MapIteratesByIndexAndThenByContent) {
-  const EncodableMap map = {{"b", true}, {"a", false}, {std::int32_t{1}, EncodableValue()}};
-  std::vector<EncodableValue> keys;
-  for (const auto& [key, value] : map) {
-    keys.push_back(key);
-  }
-  EXPECT_EQ(keys, (std::vector<EncodableValue>{std::int32_t{1}, "a", "b"}));
-}
-
 TEST(EncodableValueTest, ContentsAreOrderedAsTheirTypesAre) {
   const std::pair<EncodableValue, EncodableValue> ascending[] = {
       {false, true},
@@ -71,12 +62,6 @@ TEST(EncodableValueTest, ContentsAreOrderedAsTheirTypesAre) {
     EXPECT_FALSE(less < less);
     EXPECT_FALSE(less == greater);
   }
-}
-
-TEST(EncodableValueTest, KeysOf32And64BitsAreDifferent) {
-  const EncodableMap map = {{std::int32_t{1}, "short"}, {std::int64_t{1}, "long"}};
-  EXPECT_EQ(map.size(), 2U);
-  EXPECT_EQ(map.at(std::int64_t{1}), EncodableValue("long"));
 }
 
 // A comparison that looks at each level twice takes 2 to the power of the depth.

@@ -120,29 +120,17 @@ TEST_F(FlutterEngineTest, WindowMessageHasAResultOnlyWhenTheEngineConsumedIt) {
 TEST_F(FlutterEngineTest, PluginsAreRegisteredOneByOneInTheirOrder) {
   FlutterEngine engine(project_);
   korvane::RegisterPlugins(&engine);
-  EXPECT_THAT(
-      fake::Calls(),
-      ElementsAre(
-          "EngineCreate",  //
-          "EngineGetPluginRegistrar AppLinksPluginCApi",
-          "AppLinksPluginCApiRegisterWithRegistrar AppLinksPluginCApi",
-          "EngineGetPluginRegistrar ConnectivityPlusWindowsPlugin",
-          "ConnectivityPlusWindowsPluginRegisterWithRegistrar ConnectivityPlusWindowsPlugin",
-          "EngineGetPluginRegistrar FlutterSecureStorageWindowsPlugin",
-          "FlutterSecureStorageWindowsPluginRegisterWithRegistrar "
-          "FlutterSecureStorageWindowsPlugin",
-          "EngineGetPluginRegistrar ScreenRetrieverWindowsPluginCApi",
-          "ScreenRetrieverWindowsPluginCApiRegisterWithRegistrar "
-          "ScreenRetrieverWindowsPluginCApi",
-          "EngineGetPluginRegistrar SentryFlutterPlugin",
-          "EngineGetPluginRegistrar SharePlusWindowsPluginCApi",
-          "SharePlusWindowsPluginCApiRegisterWithRegistrar SharePlusWindowsPluginCApi",
-          "EngineGetPluginRegistrar TrayManagerPlugin",
-          "TrayManagerPluginRegisterWithRegistrar TrayManagerPlugin",
-          "EngineGetPluginRegistrar UrlLauncherWindows",
-          "UrlLauncherWindowsRegisterWithRegistrar UrlLauncherWindows",
-          "EngineGetPluginRegistrar WindowManagerPlugin",
-          "WindowManagerPluginRegisterWithRegistrar WindowManagerPlugin"));
+  std::vector<std::string> expected = {"EngineCreate"};
+  for (const std::string plugin :
+       {"AppLinksPluginCApi", "ConnectivityPlusWindowsPlugin", "FlutterSecureStorageWindowsPlugin",
+        "ScreenRetrieverWindowsPluginCApi", "SentryFlutterPlugin", "SharePlusWindowsPluginCApi",
+        "TrayManagerPlugin", "UrlLauncherWindows", "WindowManagerPlugin"}) {
+    expected.push_back("EngineGetPluginRegistrar " + plugin);
+    if (plugin != "SentryFlutterPlugin") {  // nothing stands behind this name
+      expected.push_back(plugin + "RegisterWithRegistrar " + plugin);
+    }
+  }
+  EXPECT_EQ(fake::Calls(), expected);
 }
 
 TEST_F(FlutterEngineTest, PluginsAreHandedANullRegistrarAsItIs) {

@@ -44,31 +44,6 @@ TEST(CountingOs, EverySubjectIsDecorated) {
   }
 }
 
-TEST(CountingOs, CountsWhatTheFilterTakesAndTracesAll) {
-  const TemporaryFolder folder;
-  FakeClock clock;
-  RecordingErrorStream error_stream;
-  Os inner = platform::RealOs();
-  inner.clocks = &clock;
-  inner.error_stream = &error_stream;
-  CountingPlan changing;
-  changing.counted = ChangingOperation;
-  CountingOs counting(inner, changing);
-  EXPECT_EQ(MakeAndRemove(counting.os(), folder / "f"), 0);
-  { EXPECT_TRUE(counting.os().files->Open(folder / "f", OpenMode::kAppendLog).ok()); }
-  EXPECT_FALSE(counting.os().files->Open(folder / "g", OpenMode::kRead).ok());
-  counting.os().clocks->SleepMilliseconds(25);
-  counting.os().error_stream->WriteLine("line");
-  EXPECT_TRUE(counting.os().files->IsNotFound(2));
-  EXPECT_THAT(counting.trace(),
-              ElementsAre("Files.Open", "Files.Write", "Files.Write", "Files.Close",
-                          "Files.RemoveFile", "Files.Open", "Files.Close", "Files.Open",
-                          "Clocks.SleepMilliseconds", "ErrorStream.WriteLine", "Files.IsNotFound"));
-  EXPECT_EQ(counting.count(), 5U);
-  EXPECT_THAT(clock.waits(), ElementsAre(25U));
-  EXPECT_THAT(error_stream.lines(), ElementsAre("line"));
-}
-
 TEST(CountingOs, FailsOneOperationOnly) {
   const TemporaryFolder folder;
   for (std::size_t step = 1; step <= 5; ++step) {
@@ -100,25 +75,6 @@ TEST(CountingOs, FailsLastinglyWithTheChosenNumber) {
   EXPECT_TRUE(os.code_trust->FindSigner(folder / "f").query_failed);
 }
 
-TEST(CountingOs, WhatCannotFailIsOnlyCounted) {
-  CountingOs failing(platform::RealOs(), FailFrom(1, AnyOperation));
-  EXPECT_EQ(failing.os().text->AnsiToUtf8("text"), "text");
-  EXPECT_EQ(failing.os().process->Id(), platform::RealOs().process->Id());
-  EXPECT_GT(failing.os().clocks->SteadyNanoseconds(), 0);
-  EXPECT_EQ(failing.count(), 3U);
-}
-
-TEST(CountingOs, FailedCloseHasClosed) {
-  const TemporaryFolder folder;
-  CountingOs failing(platform::RealOs(), FailOnce(2));
-  auto file = failing.os().files->Open(folder / "f", OpenMode::kWriteExclusive);
-  ASSERT_TRUE(file);
-  EXPECT_EQ(failing.os().files->Close(file.value()).error(), kInjectedError);
-  EXPECT_FALSE(file.value());
-  // A file still open could not be opened once more on Windows.
-  EXPECT_TRUE(failing.os().files->Open(folder / "f", OpenMode::kWriteExclusive).ok());
-}
-
 TEST(CountingOs, StopsBeforeTheChangingOperation) {
   const TemporaryFolder folder;
   struct Stopped {};
@@ -126,17 +82,6 @@ TEST(CountingOs, StopsBeforeTheChangingOperation) {
   EXPECT_THROW(MakeAndRemove(stopping.os(), folder / "f"), Stopped);
   EXPECT_EQ(ReadBytes(folder / "f"), "one ");
   EXPECT_EQ(stopping.count(), 3U);
-}
-
-TEST(CountingOsDeathTest, StopMayEndTheProcessAsACrashWould) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        CountingOs stopping(platform::RealOs(), StopAt(1, [] { std::_Exit(7); }));
-        static_cast<void>(stopping.os().files->CreateDirectories("never-made"));
-      },
-      testing::ExitedWithCode(7), "");
-  EXPECT_FALSE(std::filesystem::exists("never-made"));
 }
 
 }  // namespace

@@ -108,20 +108,6 @@ TEST(CallGuardedTest, EveryKindOfCrashIsSurvivedAgainAndAgain) {
   }
 }
 
-TEST(CallGuardedTest, CrashLeavesTheInnermostCallAlone) {
-  static std::atomic<int> steps;
-  static const Crash crash = FindCrash("test_write_to_null");
-  const auto outer = [](void*) {
-    EXPECT_FALSE(RealDynamicLibraries().CallGuarded(crash, nullptr));
-    ++steps;
-    crash(nullptr);
-    ++steps;
-  };
-  steps = 0;
-  EXPECT_FALSE(RealDynamicLibraries().CallGuarded(outer, nullptr));
-  EXPECT_EQ(steps, 1);
-}
-
 TEST(CallGuardedTest, ThreadsCrashSideBySide) {
   constexpr int kThreads = 4;
   constexpr int kRounds = 25;

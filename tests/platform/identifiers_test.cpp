@@ -29,15 +29,5 @@ TEST(Identifiers, GuidIsWrittenWithBracesAndUpperCaseDigits) {
   EXPECT_EQ(RealIdentifiers().FormatGuid(guid), "{001F2E3D-00AB-4C3B-8E07-1D2F3A4B5CFD}");
 }
 
-TEST(Identifiers, PerformanceCounterNeverGoesBack) {
-  std::uint64_t previous = RealIdentifiers().PerformanceCounter();
-  for (int count = 0; count < 1000; ++count) {
-    const std::uint64_t next = RealIdentifiers().PerformanceCounter();
-    EXPECT_GE(next, previous);
-    previous = next;
-  }
-  EXPECT_GT(previous, 0U);
-}
-
 }  // namespace
 }  // namespace korvane::platform

@@ -46,14 +46,6 @@ TEST_F(RegistryTest, NumbersAreKeptByHiveKeyAndValue) {
   EXPECT_EQ(registry_.ReadDword(kUser, L"Software\\Other", kValue).value(), 7U);
 }
 
-TEST_F(RegistryTest, CaseMakesNoDifferenceInNames) {
-  ASSERT_TRUE(registry_.WriteDword(kUser, kKey, kValue, 1));
-  ASSERT_TRUE(registry_.WriteDword(kUser, L"SOFTWARE\\korvane", L"windowsdiagnosticsENABLED", 2));
-  EXPECT_EQ(registry_.ReadDword(kUser, kKey, kValue).value(), 2U);
-  ASSERT_TRUE(registry_.DeleteValue(kUser, L"software\\KORVANE", kValue));
-  EXPECT_EQ(registry_.ReadDword(kUser, kKey, kValue).error(), kRegistryNotFound);
-}
-
 TEST_F(RegistryTest, ValueOfAnotherTypeIsAnErrorAndCanBeReplacedAndRemoved) {
   settings_.WriteText(kUser, kKey, kValue, L"1");
   EXPECT_EQ(registry_.ReadDword(kUser, kKey, kValue).error(), kUnsupportedType);

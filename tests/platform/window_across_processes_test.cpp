@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <iomanip>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -15,13 +14,8 @@
 namespace korvane::platform {
 namespace {
 
-using ::korvane::test::HearLine;
 using ::korvane::test::ReceivedMessage;
 using ::korvane::test::SayLine;
-using ::korvane::test::SecondProcess;
-using ::korvane::test::SecondProcessRole;
-using ::korvane::test::TestWindow;
-using ::korvane::test::UniqueName;
 
 constexpr std::uint32_t kRequest = kWmApp + 43;
 constexpr const wchar_t* kProperty = L"Korvane.Test";
@@ -33,28 +27,23 @@ std::string Told(const ReceivedMessage& message) {
   return line.str();
 }
 
-std::wstring HeardName() {
-  const std::string line = HearLine().value_or("");
-  return std::wstring(line.begin(), line.end());
+std::optional<MessageResult> TellOf(const ReceivedMessage& message) {
+  if (message.number >= kWmApp) {
+    SayLine(Told(message));
+  } else if (message.number == kWmActivate && message.parameter != 0) {
+    SayLine("activated");
+  } else if (message.number == kWmDestroy) {
+    os().windows->PostQuit(0);
+  }
+  return std::nullopt;
 }
 
-// Makes a window of the class and title that it hears, says "ready" and then every posted or
-// activating message that comes, until the window is closed.
-const SecondProcessRole kWindowOwner("window_owner", [] {
-  const std::wstring window_class = HeardName();
-  const std::wstring title = HeardName();
-  TestWindow window(
-      window_class, [](const ReceivedMessage& message) -> std::optional<MessageResult> {
-        if (message.number >= kWmApp || (message.number == kWmActivate && message.parameter != 0)) {
-          SayLine(Told(
-              {message.number, message.parameter, message.number < kWmApp ? 0 : message.data}));
-        }
-        if (message.number == kWmDestroy) {
-          os().windows->PostQuit(0);
-        }
-        return std::nullopt;
-      });
-  if (!window.Create(title).ok()) {
+// Makes a window of the class that it hears, says "ready" and then every posted or activating
+// message that comes, until the window is closed.
+const test::SecondProcessRole kWindowOwner("window_owner", [] {
+  const std::string window_class = test::HearLine().value_or("");
+  test::TestWindow window(std::wstring(window_class.begin(), window_class.end()), TellOf);
+  if (!window.Create(L"Korvane").ok()) {
     return 1;
   }
   static_cast<void>(os().windows->SetWindowProperty(window.handle(), kProperty, kPropertyValue));
@@ -67,86 +56,31 @@ const SecondProcessRole kWindowOwner("window_owner", [] {
   return 0;
 });
 
-// Finds the window whose texts it hears and posts its process id to it.
-const SecondProcessRole kPoster("poster", [] {
-  const std::wstring window_class = HeardName();
-  const WindowHandle window = os().windows->Find(window_class, HeardName());
-  return os().windows->Post(window, kRequest, os().process->Id(), 0).ok() ? 0 : 1;
-});
-
-class WindowAcrossProcessesTest : public testing::Test {
- protected:
-  WindowSystem& windows() { return *os().windows; }
-
-  // Starts the owner and waits until its window is there.
-  void Own(SecondProcess& owner) {
-    owner.Say(std::string(class_.begin(), class_.end()));
-    owner.Say("Korvane");
-    ASSERT_EQ(owner.Hear(), "ready");
-  }
-
-  const std::wstring class_ = UniqueName(L"KORVANE_TEST_WINDOW");
-
- private:
-  test::TemporaryFolder runtime_;
-  test::ScopedEnvironment environment_{"XDG_RUNTIME_DIR", runtime_.path().string()};
-};
-
-TEST_F(WindowAcrossProcessesTest, WindowIsFoundByClassAndTitleTogether) {
-  SecondProcess owner("window_owner");
-  EXPECT_EQ(windows().Find(class_, L"Korvane"), nullptr) << "before there is one";
-  Own(owner);
-  const WindowHandle window = windows().Find(class_, L"Korvane");
-  ASSERT_NE(window, nullptr);
-  EXPECT_EQ(windows().OwnerProcess(window), owner.id());
-  EXPECT_EQ(windows().Find(class_, L"Korvane "), nullptr);
-  EXPECT_EQ(windows().Find(class_ + L"_", L"Korvane"), nullptr);
-  EXPECT_EQ(windows().Find(class_, std::wstring(5000, L'K')), nullptr);
-}
-
 // All that a second start does with the window of the first.
-TEST_F(WindowAcrossProcessesTest, WindowIsReadPostedToActivatedAndClosedFromOutside) {
-  SecondProcess owner("window_owner");
-  Own(owner);
-  const WindowHandle window = windows().Find(class_, L"Korvane");
-  EXPECT_EQ(windows().WindowProperty(window, kProperty), kPropertyValue);
-  EXPECT_EQ(windows().WindowProperty(window, L"Korvane.Absent"), 0U);
-  EXPECT_FALSE(windows().Destroy(window).ok());
-  ASSERT_TRUE(windows().Post(window, kRequest, 0xFEDCBA9876543210, -2).ok());
+TEST(WindowAcrossProcesses, IsFoundReadPostedToActivatedAndClosedFromOutside) {
+  const test::TemporaryFolder runtime;
+  const test::ScopedEnvironment environment("XDG_RUNTIME_DIR", runtime.path().string());
+  const std::wstring name = test::UniqueName(L"KORVANE_TEST_WINDOW");
+  WindowSystem& windows = *os().windows;
+  test::SecondProcess owner("window_owner");
+  owner.Say(std::string(name.begin(), name.end()));
+  ASSERT_EQ(owner.Hear(), "ready");
+
+  EXPECT_EQ(windows.Find(name, L"Korvane "), nullptr);
+  EXPECT_EQ(windows.Find(name + L"_", L"Korvane"), nullptr);
+  const WindowHandle window = windows.Find(name, L"Korvane");
+  EXPECT_EQ(windows.OwnerProcess(window), owner.id());
+  EXPECT_EQ(windows.WindowProperty(window, kProperty), kPropertyValue);
+  EXPECT_EQ(windows.WindowProperty(window, L"Korvane.Absent"), 0U);
+  EXPECT_FALSE(windows.Destroy(window).ok());
+  ASSERT_TRUE(windows.Post(window, kRequest, 0xFEDCBA9876543210, -2).ok());
   EXPECT_EQ(owner.Hear(), Told({kRequest, 0xFEDCBA9876543210, -2}));
-  windows().Show(window, kShowRestore);
-  EXPECT_TRUE(windows().SetForeground(window));
-  const std::string activated = owner.Hear().value_or("");
-  EXPECT_EQ(activated.substr(0, 2), "6 ") << activated;
-  ASSERT_TRUE(windows().Post(window, kWmClose, 0, 0).ok());
+  windows.Show(window, kShowRestore);
+  EXPECT_TRUE(windows.SetForeground(window));
+  EXPECT_EQ(owner.Hear(), "activated");
+  ASSERT_TRUE(windows.Post(window, kWmClose, 0, 0).ok());
   EXPECT_EQ(owner.Finish(), 0);
-  EXPECT_EQ(windows().Find(class_, L"Korvane"), nullptr);
-}
-
-TEST_F(WindowAcrossProcessesTest, OurWindowIsPostedToByAnotherProcess) {
-  TestWindow window(class_);
-  ASSERT_TRUE(window.Create(L"Korvane").ok());
-  SecondProcess poster("poster");
-  poster.Say(std::string(class_.begin(), class_.end()));
-  poster.Say("Korvane");
-  ASSERT_TRUE(test::DispatchThrough(kRequest));
-  EXPECT_EQ(window.Received(kRequest).front().parameter, poster.id());
-  EXPECT_EQ(poster.Finish(), 0);
-}
-
-TEST_F(WindowAcrossProcessesTest, WindowOfAKilledProcessIsGone) {
-  SecondProcess owner("window_owner");
-  Own(owner);
-  const WindowHandle window = windows().Find(class_, L"Korvane");
-  owner.Kill();
-  EXPECT_EQ(windows().OwnerProcess(window), 0U);
-  EXPECT_EQ(windows().WindowProperty(window, kProperty), 0U);
-  EXPECT_FALSE(windows().Post(window, kRequest, 0, 0).ok());
-  EXPECT_FALSE(windows().SetForeground(window));
-  EXPECT_EQ(windows().Find(class_, L"Korvane"), nullptr);
-  SecondProcess successor("window_owner");
-  Own(successor);
-  EXPECT_EQ(windows().OwnerProcess(windows().Find(class_, L"Korvane")), successor.id());
+  EXPECT_EQ(windows.Find(name, L"Korvane"), nullptr);
 }
 
 }  // namespace

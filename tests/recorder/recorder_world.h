@@ -25,8 +25,9 @@ inline constexpr char kRunId[] = "{0123ABCD-00EF-4001-800A-0102030405FF}";
 
 // The real objects, with the mutex named after its folder, so that tests don't meet in it, and
 // without a bound on the wait, so that none depends on how fast the machine is.
-class OwnLogMutex : public platform::KernelObjects {
+class OwnLogMutex : public FakeKernelObjects {
  public:
+  using FakeKernelObjects::FakeKernelObjects;
   std::wstring suffix;
   bool bounded = false;
   std::vector<std::wstring> names;
@@ -43,20 +44,6 @@ class OwnLogMutex : public platform::KernelObjects {
     return real_.ReleaseMutex(mutex);
   }
   platform::Status Close(platform::KernelHandle& handle) override { return real_.Close(handle); }
-
-  platform::Result<platform::KernelHandle> CreateNamedEvent(const std::wstring& name) override {
-    return real_.CreateNamedEvent(name);
-  }
-  platform::Result<platform::KernelHandle> OpenNamedEvent(const std::wstring& name) override {
-    return real_.OpenNamedEvent(name);
-  }
-  platform::Status SetEvent(const platform::KernelHandle& event) override {
-    return real_.SetEvent(event);
-  }
-  platform::WaitOutcome WaitAny(const std::vector<const platform::KernelHandle*>& objects,
-                                std::uint32_t ms) override {
-    return real_.WaitAny(objects, ms);
-  }
 
  private:
   platform::KernelObjects& real_ = *platform::RealOs().kernel_objects;
@@ -106,7 +93,7 @@ class RecorderWorld {
   FakeClock clock;
   RecordingErrorStream errors;
   FakeIdentifiers identifiers;
-  OwnLogMutex kernel_objects;
+  OwnLogMutex kernel_objects{journal_};
   HousedProcess process{journal_};
   TunableAppearance appearance{journal_};
   // The operation that fails from now on, as "Files.Write"; empty for none.

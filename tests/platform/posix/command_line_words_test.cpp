@@ -18,12 +18,5 @@ TEST(CommandLineWordsTest, ParametersHaveNoProgramInFront) {
   EXPECT_TRUE(ParameterWords(L" \t").empty());
 }
 
-TEST(CommandLineWordsTest, LengthDoesNotMatter) {
-  const std::wstring quotes(300000, L'"');
-  EXPECT_EQ(CommandLineWords(L"p " + quotes).at(1).size(), quotes.size() / 3);
-  const std::wstring backslashes(300000, L'\\');
-  EXPECT_EQ(CommandLineWords(L"p " + backslashes).at(1).size(), backslashes.size());
-}
-
 }  // namespace
 }  // namespace korvane::platform

@@ -68,15 +68,5 @@ TEST_F(RefusalsTest, DeclinedConsentIsToldFromALaunchWithoutAProcess) {
   EXPECT_EQ(made[0]["show"], 5);
 }
 
-TEST_F(RefusalsTest, RestOfTheShellIsServedByTheSystem) {
-  EXPECT_TRUE(os().process->ArgumentVector().has_value());
-  EXPECT_TRUE(os().process->LocalApplicationData().ok());
-  const auto launched =
-      os().elevation->LaunchElevated(L"C:\\windows\\system32\\cmd.exe", L"/c exit 7");
-  ASSERT_TRUE(launched.ok()) << launched.error();
-  EXPECT_EQ(os().kernel_objects->Wait(launched.value(), kWaitForever).result, kWaitSignalled);
-  EXPECT_EQ(os().elevation->ExitCode(launched.value()).value(), 7U);
-}
-
 }  // namespace
 }  // namespace korvane::platform

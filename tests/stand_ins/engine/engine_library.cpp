@@ -2,19 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <stdexcept>
-#include <utility>
 
 #include "platform/os.h"
-#include "support/temporary_folder.h"
 
 namespace korvane::test {
 namespace {
-
-// The path itself when it is absolute.
-std::filesystem::path Built(const std::filesystem::path& file) {
-  return std::filesystem::absolute(std::filesystem::path(KORVANE_ENGINE_FOLDER) / file);
-}
 
 template <typename Function>
 void Bind(platform::ModuleHandle module, const char* name, Function& function) {
@@ -23,10 +17,11 @@ void Bind(platform::ModuleHandle module, const char* name, Function& function) {
 
 }  // namespace
 
-EngineLibrary::EngineLibrary(const std::filesystem::path& file) {
-  const auto module = platform::os().dynamic_libraries->Load(Built(file));
+EngineLibrary::EngineLibrary() {
+  const auto module = platform::os().dynamic_libraries->Load(
+      std::filesystem::absolute(KORVANE_ENGINE_FOLDER) / "sing-box.dll");
   if (!module) {
-    throw std::runtime_error("no library: " + file.string());
+    throw std::runtime_error("no engine library");
   }
   Bind(module.value(), "singbox_new_service", new_service);
   Bind(module.value(), "singbox_start_service", start_service);
@@ -61,18 +56,6 @@ std::uint64_t EngineLibrary::Start(const nlohmann::json& configuration) const {
   return id;
 }
 
-std::filesystem::path CopyOfLibrary(const std::filesystem::path& folder,
-                                    const nlohmann::json& options) {
-  std::filesystem::copy(Built("sing-box.dll"), folder / "sing-box.dll");
-  WriteBytes(folder / "sing-box.stand_in.json", options.dump());
-  return folder / "sing-box.dll";
-}
-
-void RunningService::Close() {
-  const std::uint64_t id = std::exchange(id_, 0);
-  if (id != 0) {
-    EXPECT_EQ(engine_.close_service(id), 0);
-  }
-}
+RunningService::~RunningService() { EXPECT_EQ(engine_.close_service(id_), 0); }
 
 }  // namespace korvane::test

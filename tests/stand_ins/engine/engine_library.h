@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -11,11 +10,11 @@
 
 namespace korvane::test {
 
-// The library is never unloaded. An export that it lacks is null.
+// The library is never unloaded.
 class EngineLibrary {
  public:
-  // A relative path is one of the build's folder of programs. Throws when it can't be loaded.
-  explicit EngineLibrary(const std::filesystem::path& file = "sing-box.dll");
+  // The one in the build's folder of programs. Throws when it can't be loaded.
+  EngineLibrary();
 
   std::uint64_t (*new_service)(const char*) = nullptr;
   std::int32_t (*start_service)(std::uint64_t) = nullptr;
@@ -37,25 +36,18 @@ class EngineLibrary {
   std::optional<std::string> Take(char* text) const;
 };
 
-// The built library under its own name in another folder, with a file of options beside it.
-std::filesystem::path CopyOfLibrary(const std::filesystem::path& folder,
-                                    const nlohmann::json& options);
-
 // A service that runs while the object lives.
 class RunningService {
  public:
   RunningService(const EngineLibrary& engine, const nlohmann::json& configuration)
       : engine_(engine), id_(engine.Start(configuration)) {}
-  ~RunningService() { Close(); }
+  ~RunningService();
   RunningService(const RunningService&) = delete;
   RunningService& operator=(const RunningService&) = delete;
 
-  std::uint64_t id() const { return id_; }
-  void Close();
-
  private:
   const EngineLibrary& engine_;
-  std::uint64_t id_;
+  const std::uint64_t id_;
 };
 
 }  // namespace korvane::test

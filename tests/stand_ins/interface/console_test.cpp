@@ -45,15 +45,10 @@ TEST(Console, SendsEachFormAsItsBytes) {
   const std::vector<Row> rows{
       {"null", "00"},
       {"true", "01"},
-      {"false", "02"},
       {"-1", "03ffffffff"},
-      {"2147483647", "03ffffff7f"},
       {"2147483648", "040000008000000000"},
-      {"-2147483648", "0300000080"},
-      {"-2147483649", "04ffffff7fffffffff"},
       {R"({"$int64":5})", "040500000000000000"},
       {"1.5", "060000000000000000f83f"},
-      {"1e0", "060000000000000000f03f"},
       {R"({"$double":1})", "060000000000000000f03f"},
       {R"({"$double":"-Infinity"})", "060000000000000000f0ff"},
       {R"("")", "0700"},
@@ -63,17 +58,12 @@ TEST(Console, SendsEachFormAsItsBytes) {
       {R"({"$int32list":[1,-2]})", "09020001000000feffffff"},
       {R"({"$int64list":[1]})", "0a01000100000000000000"},
       {R"({"$float64list":[]})", "0b0000"},
-      {R"({"$float64list":[1.5]})", "0b0100000000000000f83f"},
       {R"({"$float32list":[1.5]})", "0e01000000c03f"},
       {R"([null,true,7])", "0c0300010307000000"},
       {R"({"b":1,"a":null})", "0d02070162030100000007016100"},
-      {R"({"$map":[[1,false],["b",true]]})",
-       "0d020301000000020701"
-       "6201"},
-      {R"([["x",1.5],{"$int32list":[]}])", "0c020c0207017806000000000000000000f83f09000000"},
+      {R"({"$map":[[1,false],["b",true]]})", "0d0203010000000207016201"},
       {quoted(253), "07fd" + Repeated("61", 253)},
       {quoted(254), "07fefe00" + Repeated("61", 254)},
-      {quoted(65535), "07feffff" + Repeated("61", 65535)},
       {quoted(65536), "07ff00000100" + Repeated("61", 65536)},
   };
   std::vector<std::string> script;
@@ -94,7 +84,6 @@ TEST(Console, SendsEachFormAsItsBytes) {
 }
 
 TEST(Console, TellsWhatAnAnswerHoldsAndWhichBytesDartWouldRefuse) {
-  const std::string deep = Repeated("[", 120) + "null" + Repeated("]", 120);
   const auto malformed = [](const std::string& why, const std::string& hex) {
     return Json{{"malformed", why}, {"hex", hex}}.dump();
   };
@@ -107,22 +96,17 @@ TEST(Console, TellsWhatAnAnswerHoldsAndWhichBytesDartWouldRefuse) {
       {"0001", R"({"success":true})"},
       {"000378000000", R"({"success":120})"},
       {"00040500000000000000", R"({"success":{"$int64":5}})"},
-      {"0004ffffff7fffffffff", R"({"success":-2147483649})"},
       {"0006000000000000000000000000f03f", R"({"success":1.0})"},
       {"0006000000000000000000000000f87f", R"({"success":{"$double":"NaN"}})"},
       {"00070c646973636f6e6e6563746564", R"({"success":"disconnected"})"},
       {"000702ff61", R"({"success":{"$latin1":"\u00ffa"}})"},
       {"0008020aff", R"({"success":{"$bytes":"0aff"}})"},
       {"0009010005000000", R"({"success":{"$int32list":[5]}})"},
-      {"000a0100000000000500000000000000", R"({"success":{"$int64list":[5]}})"},
       {"000b010000000000000000000000f83f", R"({"success":{"$float64list":[1.5]}})"},
-      {"000e01000000c03f", R"({"success":{"$float32list":[1.5]}})"},
       {"000c0300010307000000", R"({"success":[null,true,7]})"},
       {"000d010701610c00", R"({"success":{"a":[]}})"},
       {"000d01030100000007026869", R"({"success":{"$map":[[1,"hi"]]}})"},
-      {"000d020701610107016102", R"({"success":{"$map":[["a",true],["a",false]]}})"},
       {"000d01070624696e74363400", R"({"success":{"$map":[["$int64",null]]}})"},
-      {"00" + Repeated("0c01", 120) + "00", R"({"success":)" + deep + "}"},
       {"010701580000", R"({"error":{"code":"X","message":null,"details":null}})"},
       {"0107014507016d06000000000000f03f", R"({"error":{"code":"E","message":"m","details":1.0}})"},
       {"", R"({"not_implemented":true})"},
@@ -130,12 +114,8 @@ TEST(Console, TellsWhatAnAnswerHoldsAndWhichBytesDartWouldRefuse) {
       {"000001", malformed("bytes left over", "000001")},
       {"000702", malformed("a size that the bytes don't hold", "000702")},
       {"0003010000", malformed("cut at byte 2", "0003010000")},
-      {"000cffffffffff", malformed("a size that the bytes don't hold", "000cffffffffff")},
       {"000f", malformed("unknown type byte 15", "000f")},
-      {"01000000", malformed("no error envelope", "01000000")},
-      {"010701580301000000"
-       "00",
-       malformed("no error envelope", "01070158030100000000")},
+      {"01070158030100000000", malformed("no error envelope", "01070158030100000000")},
   };
   PlayedHost host;
   std::size_t next = 0;
@@ -162,18 +142,12 @@ TEST(Console, RefusesLinesThatAskForNothing) {
   };
   const std::vector<Row> rows{
       {R"({"call":"hex","args":{"$int63":1}})", "\"args\": \"$int63\" is no form of a value"},
-      {R"({"call":"hex","args":9223372036854775808})", "\"args\": an integer above 64 bits"},
-      {R"({"call":"hex","args":{"$int32list":[2147483648]}})",
-       "\"args\": a list of numbers holds something that doesn't fit"},
       {R"({"call":"hex","args":{"$bytes":"0"}})",
        "\"args\": \"$bytes\" wants hexadecimal digits, two for each byte"},
-      {R"({"raw":"0g"})", "\"raw\" wants hexadecimal digits, two for each byte"},
       {R"({"call":5})", "\"call\" wants a text"},
       {R"({"call":"hex","argument":1})", "\"argument\" doesn't belong here"},
       {R"({"call":"hex","channel":"nowhere"})", "there is no channel \"nowhere\""},
       {R"({"wait":{"moon":"full"}})", "\"moon\" can't be waited for"},
-      {R"({"wait":{"reply":99}})", "there was no call 99"},
-      {R"({"window":{"wparam":1}})", "\"message\" is missing"},
       {R"([1])", "a line is one JSON object"},
       {R"({"dance":true})", "no such line"},
   };
@@ -222,37 +196,6 @@ TEST(Console, TellsWhenTheHostBreaksARule) {
   EXPECT_FALSE(FlutterDesktopMessengerIsAvailable(kept)) << "behind the engine's end";
   FlutterDesktopMessengerUnlock(kept);
   FlutterDesktopMessengerRelease(kept);
-}
-
-TEST(Console, TellsTheThreadOfAnAnswerAndWhatIsSaidTowardsDart) {
-  PlayedHost host;
-  host.on_call = [](const PlayedCall& call) {
-    if (call.name == "later") {
-      std::thread([&] {
-        FlutterDesktopMessengerLock(call.messenger);
-        call.Answer("010701580000");
-        FlutterDesktopMessengerUnlock(call.messenger);
-      }).join();
-      return;
-    }
-    call.Send("vpn", TextBytes("onVPNError") + "00");
-    call.Send("vpn_events", "0001");
-    call.Send("vpn_events", "0107014507016d00");
-    call.Send("vpn_events", "");
-    call.Answer("0000");
-  };
-  std::vector<Json> lines = host.Play({R"({"call":"later","id":"x"})", R"({"call":"all"})"});
-  std::erase_if(
-      lines, [](const Json& line) { return line.contains("window") || line.contains("engine"); });
-  EXPECT_THAT(
-      lines,
-      ElementsAre(Json::parse(R"({"reply":"x","error":{"code":"X","message":null,)"
-                              R"("details":null},"thread":"worker"})"),
-                  Json::parse(R"({"method":"onVPNError","args":null})"),
-                  Json::parse(R"({"event":true})"),
-                  Json::parse(R"({"event_error":{"code":"E","message":"m","details":null}})"),
-                  Json::parse(R"({"event_end":true})"),
-                  Json::parse(R"({"reply":1,"success":null,"thread":"window"})")));
 }
 
 // Says both state words in both ways, and answers.
