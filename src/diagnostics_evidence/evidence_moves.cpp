@@ -56,7 +56,7 @@ void ArchiveOwnAndOrphaned(const EvidenceState& state, MoveContext& context,
   std::vector<std::string> orphans;
   for (const std::string& name : flat_crash_outputs) {
     const std::string session = crashOutputSession(name);
-    if (session.empty() || session == context.session_id) {
+    if (session == context.session_id) {
       // What it may overwrite can only be the same session's.
       static_cast<void>(moveIntoIncident(context, state.base_dir + name, name));
     } else {
@@ -170,9 +170,11 @@ bool OpenIncident(const Orphan& orphan) {
   }
   const std::string sentinel =
       writePendingSentinel(orphan.incident_id, orphan.session, UtcNow(), orphan.import_trigger);
-  return commitFile(orphan.directory + kPendingName, sentinel) ||
-         Failed("Sentinel not persisted for orphan session " + orphan.session +
-                "; its crash output stays flat");
+  if (!commitFile(orphan.directory + kPendingName, sentinel)) {
+    return Failed("Sentinel not persisted for orphan session " + orphan.session +
+                  "; its crash output stays flat");
+  }
+  return true;
 }
 
 bool MoveOrphan(const Orphan& orphan, const std::string& target) {
@@ -180,8 +182,11 @@ bool MoveOrphan(const Orphan& orphan, const std::string& target) {
     return false;
   }
   const auto moved = os().files->Rename(EvidencePath(orphan.path), EvidencePath(target));
-  return moved.ok() || Failed("Could not move " + FileName(orphan.path) +
-                              " to its own incident: " + EvidenceErrorText(moved.error()));
+  if (!moved) {
+    return Failed("Could not move " + FileName(orphan.path) +
+                  " to its own incident: " + EvidenceErrorText(moved.error()));
+  }
+  return true;
 }
 
 void TakeOverClassification(ManifestFields& fields, const EarlierManifest& earlier) {
@@ -330,9 +335,6 @@ EvidenceFound archiveEvidence(const EvidenceState& state, MoveContext& context,
 
 bool isAttributed(const std::string& crash_output_session, const std::string& incident_session,
                   std::size_t crash_output_count) {
-  if (crash_output_session.empty()) {
-    return false;
-  }
   return crash_output_session == incident_session ||
          (incident_session == kUnknownSession && crash_output_count == 1);
 }

@@ -20,8 +20,7 @@ void Identify(const SessionTraces& traces, SessionVerdict& verdict) {
   verdict.session_id = FirstNonEmpty({&traces.active.session_id, &traces.clean.session_id,
                                       &traces.failed_start.session_id, &traces.record.session_id});
   verdict.session_id_source = verdict.session_id.empty() ? "none" : "marker";
-  if (verdict.session_id.empty() && traces.crash_sessions.size() == 1 &&
-      !traces.crash_sessions[0].empty()) {
+  if (verdict.session_id.empty() && traces.crash_sessions.size() == 1) {
     verdict.session_id = traces.crash_sessions[0];
     verdict.session_id_source = "crash_output_filename";
   }

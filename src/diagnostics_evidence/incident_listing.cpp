@@ -104,7 +104,7 @@ void ReadCrashOutputs(const EvidenceState& state, const std::vector<std::string>
       row.has_crash_output = true;
       row.crash_output_excerpt = EnsureUtf8(redactDiagnosticText(body));
       return;
-    } else if (row.crash_output_scan == "none") {
+    } else {
       row.crash_output_scan = "header_only";
     }
   }

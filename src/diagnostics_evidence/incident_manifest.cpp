@@ -195,7 +195,7 @@ std::string writeAcknowledgedSentinel(const std::string& acknowledged_at_utc,
 }
 
 const char* CrashOutputScanWord(CrashOutputScan scan) {
-  switch (scan) {
+  switch (scan) {  // coverage: every result has its case
     case CrashOutputScan::fatal:
       return "fatal";
     case CrashOutputScan::read_failed:

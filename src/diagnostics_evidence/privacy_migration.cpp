@@ -97,14 +97,19 @@ void AppendCleaned(std::string_view lines, std::string& clean) {
 }
 
 bool Commit(const std::string& path, const std::string& text) {
-  return commitFile(path, text) ||
-         Reported("Privacy migration commit failed; withholding evidence");
+  if (!commitFile(path, text)) {
+    return Reported("Privacy migration commit failed; withholding evidence");
+  }
+  return true;
 }
 
 bool MigrateLog(const std::string& narrow, const std::filesystem::path& path) {
   const Outcome checked = ReadBlocks(path, AreClean);
+  if (checked == Outcome::kDone) {
+    return true;
+  }
   if (checked != Outcome::kStopped) {
-    return checked == Outcome::kDone || ReportedUnread(checked);
+    return ReportedUnread(checked);
   }
   std::string clean;
   const Outcome outcome = ReadBlocks(path, [&clean](std::string_view lines) {

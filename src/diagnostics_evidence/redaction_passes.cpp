@@ -144,11 +144,6 @@ std::string ReplaceAll(std::string&& text, Find find) {
   return result;
 }
 
-bool IsC0Control(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return (byte < 0x20 && c != '\t' && c != '\n') || byte == 0x7F;
-}
-
 bool IsC1Second(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte >= 0x80 && byte <= 0x9F;
@@ -186,19 +181,16 @@ std::size_t EscapeEnd(std::string_view text, std::size_t position) {
   return bare;
 }
 
-// The end of the control at `position`; kNone when there is none.
+// The end of the control at `position`, where one may begin; kNone when none does.
 std::size_t ControlEnd(std::string_view text, std::size_t position) {
   const char c = text[position];
   if (c == '\x1B') {
     return EscapeEnd(text, position);
   }
-  if (IsC0Control(c)) {
+  if (c != kC1First) {
     return position + 1;
   }
-  if (c == kC1First && position + 1 < text.size() && IsC1Second(text[position + 1])) {
-    return position + 2;
-  }
-  return kNone;
+  return position + 1 < text.size() && IsC1Second(text[position + 1]) ? position + 2 : kNone;
 }
 
 // The length of the encoding at `position`, 0 when there is none; its digits are the last two
@@ -225,7 +217,7 @@ std::size_t Ipv4End(std::string_view text, std::size_t position) {
     }
     return end;
   };
-  for (int part = 0; part < 4; ++part) {
+  for (int part = 0;; ++part) {
     const std::size_t end = digits_end(position, 3);
     if (end == position) {
       return kNone;
@@ -274,11 +266,10 @@ std::size_t HostBegin(std::string_view text, std::size_t from, std::size_t last_
   return begin;
 }
 
-// Where the port behind the colon ends; kNone when there is no port of one to five digits.
+// Where the port behind the colon and its first digit ends; kNone when it has more than five.
 std::size_t PortEnd(std::string_view text, std::size_t colon) {
   const std::size_t end = SkipAll(text, colon + 1, kDigit);
-  const std::size_t digits = end - colon - 1;
-  return digits >= 1 && digits <= 5 && IsBoundary(text, end) ? end : kNone;
+  return end - colon - 1 <= 5 && IsBoundary(text, end) ? end : kNone;
 }
 
 // The host in the run text[begin, colon) and its port behind the colon.

@@ -70,9 +70,6 @@ class RetentionPass {
   void EvictByAge() {
     const std::int64_t now_seconds = os().clocks->UnixMilliseconds() / 1000;
     for (RetentionEntry* entry : Evictable()) {
-      if (live_ < 2) {
-        return;
-      }
       const auto made_at =
           entry->id.size() < kIdTimeCharacters
               ? std::nullopt
@@ -88,7 +85,7 @@ class RetentionPass {
     std::stable_partition(candidates.begin(), candidates.end(),
                           [](const RetentionEntry* entry) { return entry->reason == "clean"; });
     for (RetentionEntry* entry : candidates) {
-      if (live_ < 2 || !OverBudget()) {
+      if (!OverBudget()) {
         break;
       }
       Evict(*entry, live_ > kMaxIncidents ? "count" : "size");

@@ -88,9 +88,6 @@ bool isCrashOutputName(std::string_view name) {
 }
 
 std::string crashOutputSession(std::string_view name) {
-  if (!isCrashOutputName(name)) {
-    return {};
-  }
   name.remove_prefix(kCrashPrefix.size());
   name.remove_suffix(kCrashSuffix.size());
   return std::string(name);
