@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "diagnostics_evidence/evidence_time.h"
 #include "diagnostics_evidence/evidence_world.h"
 
 namespace korvane::test {
@@ -82,28 +83,6 @@ TEST(Listing, ReadsCrashOutputOfItsOwnSessionUpToTheFirstFatalOne) {
                           "a \"quoted\" note", "another"));
 }
 
-TEST(Listing, TellsAnArchiveThatCantBeCleanedOrRead) {
-  EvidenceWorld world;
-  PutIncident(world, "20260101T000000Z-a", "clean");
-  PutIncident(world, "20260102T000000Z-b", "clean");
-  world.Put("incidents/20260101T000000Z-a/session.log", "10.0.0.1\n");
-  world.Start();
-  std::string failure;
-  world.Suffer(FailOnce(1, [](const Operation& o) { return o.name == "Files.Rename"; }),
-               [&](LibboxLogBuffer& evidence) {
-                 EXPECT_THAT(evidence.getPendingIncidents(&failure), SizeIs(1));
-               });
-  EXPECT_EQ(failure, "privacy migration failed; evidence withheld");
-  world.Suffer(FailOnce(1, [](const Operation& o) { return o.name == "Files.List"; }),
-               [&](LibboxLogBuffer& evidence) {
-                 EXPECT_THAT(evidence.getPendingIncidents(&failure), IsEmpty());
-               });
-  EXPECT_THAT(failure, testing::StartsWith("incidents directory could not be enumerated: "));
-  EXPECT_THAT(world.evidence().getPendingIncidents(&failure), SizeIs(2));
-  EXPECT_EQ(failure, "");
-  EXPECT_EQ(world.Get("incidents/20260101T000000Z-a/session.log"), "[ip]\n");
-}
-
 TEST(Acknowledgement, CountsForOneGeneration) {
   EvidenceWorld world;
   const std::string id = "20260101T000000Z-a";
@@ -159,8 +138,8 @@ TEST(Retention, KeepsTheNewestAndTheEvidenceOfProblems) {
   constexpr std::size_t kMiB = 1'048'576;
   struct Incident {
     const char* id;
-    const char* reason;
-    std::size_t bytes;
+    const char* reason = "unexplained";
+    std::size_t bytes = 5;
   };
   struct Row {
     const char* what;
@@ -168,31 +147,23 @@ TEST(Retention, KeepsTheNewestAndTheEvidenceOfProblems) {
     std::vector<std::string> journal;
   };
   const Row rows[] = {
-      {"seven days old to the second", {{"20231226T030405Z-a", "unexplained", 5}}, {}},
+      {"seven days old to the second", {{"20231226T030405Z-a"}}, {}},
       {"a second older, but one of two",
-       {{"20231226T030404Z-a", "unexplained", 5}},
+       {{"20231226T030404Z-a"}},
        {"evicted 20231226T030404Z-a reason=unexplained bytes=SIZE cause=age"}},
-      {"three young ones",
-       {{"20240101T000000Z-a", "unexplained", 5}, {"20240101T000001Z-b", "clean", 5}},
-       {}},
+      {"three young ones", {{"20240101T000000Z-a"}, {"20240101T000001Z-b", "clean"}}, {}},
       {"four: the clean one goes though it is newer",
-       {{"20240101T000000Z-a", "unexplained", 5},
-        {"20240101T000001Z-b", "failed_start", 5},
-        {"20240101T000002Z-c", "clean", 5}},
+       {{"20240101T000000Z-a"}, {"20240101T000001Z-b"}, {"20240101T000002Z-c", "clean"}},
        {"evicted 20240101T000002Z-c reason=clean bytes=SIZE cause=count"}},
       {"too large",
-       {{"20240101T000000Z-a", "unexplained", 4 * kMiB},
-        {"20240101T000001Z-b", "unexplained", 8 * kMiB}},
-       {"evicted 20240101T000000Z-a reason=unexplained bytes=SIZE cause=size"}},
+       {{"20240101T000000Z-a", "failed_start", 4 * kMiB}, {"20240101T000001Z-b", "", 8 * kMiB}},
+       {"evicted 20240101T000000Z-a reason=failed_start bytes=SIZE cause=size"}},
       {"the newest by its name is too large alone",
        {{"strange-a", "unexplained", 11 * kMiB}},
        {"evicted 20240102T030405Z-new reason=unexplained bytes=SIZE cause=size"}},
-      {"no time in the name, so not by age",
-       {{"1-a", "unexplained", 5}, {"2-b", "unexplained", 5}},
-       {}},
-      {"no such hour, so not by age", {{"20230101T240000Z-a", "unexplained", 5}}, {}},
+      {"no time in the name, so not by age", {{"1-a"}, {"2-b"}}, {}},
       {"no time in the name, but by count",
-       {{"1-a", "", 5}, {"2-b", "unexplained", 5}, {"20240101T000002Z-c", "unexplained", 5}},
+       {{"1-a", ""}, {"2-b"}, {"20240101T000002Z-c"}},
        {"evicted 1-a reason=unknown bytes=SIZE cause=count"}},
   };
   for (const Row& row : rows) {
@@ -247,7 +218,7 @@ TEST(Retention, NeverEvictsAnUnfinishedImportAndSaysWhenThatCostsTheBudget) {
 TEST(Retention, CountsItsEvictionsOnWhateverTheCounterHolds) {
   const std::pair<const char*, std::int32_t> rows[] = {
       {"41\nmore", 42},
-      {"many\n", 1},
+      {"41x\n", 1},
       {"-4\n", 1},
       {"9223372036854775808\n", 1},
       {"9223372036854775807\n", 0},
@@ -260,30 +231,6 @@ TEST(Retention, CountsItsEvictionsOnWhateverTheCounterHolds) {
     EXPECT_TRUE(world.Start().importPendingIncidents(nullptr));
     EXPECT_EQ(world.evidence().evictedCount(), counted) << counter;
   }
-}
-
-TEST(Journal, SaysWhatItLost) {
-  // One of the openings for writing is the journal's.
-  const auto opening = [](const Operation& o) { return o.name == "Files.Open" && o.changes; };
-  bool lost = false;
-  for (std::size_t nth = 1; nth < 12 && !lost; ++nth) {
-    EvidenceWorld world;
-    PutIncident(world, "20230101T000000Z-a", "unexplained");
-    world.Put("libbox_session_active", MarkerText("new"));
-    world.Start();
-    world.Suffer(FailOnce(nth, opening),
-                 [](LibboxLogBuffer& evidence) { evidence.importPendingIncidents(nullptr); });
-    const auto lines = world.evidence().evictedIncidents(50);
-    lost = !lines.empty() && lines[0].starts_with("JOURNAL INCOMPLETE: ");
-    if (lost) {
-      EXPECT_THAT(lines[0],
-                  HasSubstr("JOURNAL INCOMPLETE: 2024-01-02T03:04:05Z unjournaled: evicted "
-                            "20230101T000000Z-a reason=unexplained bytes="));
-      EXPECT_FALSE(lines[0].ends_with('\n'));
-      EXPECT_EQ(world.Get("incidents/retention_eviction_total"), "1\n");
-    }
-  }
-  EXPECT_TRUE(lost);
 }
 
 TEST(Journal, IsCutToItsLastLinesAndShowsAtMostTheAskedOnes) {
@@ -301,6 +248,29 @@ TEST(Journal, IsCutToItsLastLinesAndShowsAtMostTheAskedOnes) {
   EXPECT_THAT(world.evidence().evictedIncidents(50), SizeIs(50));
   EXPECT_THAT(world.evidence().evictedIncidents(1),
               ElementsAre(HasSubstr(" evicted 20230101T000000Z-a reason=clean bytes=")));
+  const std::pair<const char*, std::vector<std::string>> faults[] = {
+      {"", {}}, {"torn", {"JOURNAL INCOMPLETE: torn"}}};
+  for (const auto& [fault, shown] : faults) {
+    world.Put("incidents/journal_write_failed", fault);
+    EXPECT_EQ(world.evidence().evictedIncidents(0), shown);
+  }
+}
+
+TEST(EvidenceTime, IsAWholeTimeOfTheCalendar) {
+  const std::string time = "20240229T235960Z";
+  EXPECT_EQ(ParseCompactUtc(time), 1'709'251'200);
+  for (std::size_t at = 0; at < time.size(); ++at) {
+    EXPECT_FALSE(ParseCompactUtc(time.substr(0, at)));
+    for (const char wrong : {'-', 'x'}) {
+      std::string text = time;
+      text[at] = wrong;
+      EXPECT_FALSE(ParseCompactUtc(text)) << text;
+    }
+  }
+  for (const char* no_time :
+       {"20230229T000000Z", "20240101T240000Z", "20240101T006000Z", "20240101T000061Z"}) {
+    EXPECT_FALSE(ParseCompactUtc(no_time)) << no_time;
+  }
 }
 
 }  // namespace

@@ -138,18 +138,5 @@ TEST(CrashSummary, AnIncidentWithoutATellableLogIsMarkedAndEndsTheCall) {
   }
 }
 
-TEST(CrashSummary, AnIncidentThatCannotBeMarkedIsNotTold) {
-  EvidenceRoom room;
-  const std::string directory = room.Incident("2");
-  room.Put(directory + "session.log", "error\n");
-  const std::vector<IncidentRow> rows = {Row("2")};
-  const auto told = room.WithFailing(
-      "Files.Write", 1, [&] { return SummariseNewestCrash(room.state.incidents_dir, rows); });
-  EXPECT_FALSE(told.has_value());
-  EXPECT_EQ(room.errors.lines().back(),
-            "[LibboxLogBuffer] Could not mark incident 2 as consumed; skipping to avoid duplicate "
-            "reports");
-}
-
 }  // namespace
 }  // namespace korvane

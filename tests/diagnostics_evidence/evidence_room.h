@@ -13,7 +13,6 @@
 #include "diagnostics_evidence/evidence_state.h"
 #include "diagnostics_evidence/incident_manifest.h"
 #include "platform/os.h"
-#include "support/counting_os.h"
 #include "support/fake_clock.h"
 #include "support/recording_error_stream.h"
 #include "support/scoped_environment.h"
@@ -53,16 +52,6 @@ class EvidenceRoom {
     std::filesystem::create_directories(EvidencePath(directory));
     return directory;
   }
-  // Runs something while the n-th call of one operation fails, and gives its result.
-  template <typename Work>
-  auto WithFailing(std::string_view operation, std::size_t nth, const Work& work) {
-    CountingOs failing(
-        os_, FailOnce(nth, [operation](const Operation& o) { return o.name == operation; }));
-    const platform::ScopedOs in_force(failing.os());
-    return work();
-  }
-  // The system's words for an injected failure.
-  static std::string Injected() { return platform::os().text->ErrorMessage(kInjectedError); }
 
  private:
   platform::Os RealButForTimeAndErrors() {

@@ -55,6 +55,7 @@ class EvidenceWorld {
   std::vector<std::string> Pending();
 
   void SwitchInRegistry(bool on);
+  std::map<std::string, std::string>& environment() { return fake_process_.environment; }
 
   FakeClock clock;
   RecordingErrorStream errors;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "diagnostics_evidence/evidence_room.h"
+#include "support/counting_os.h"
 #include "support/small_stack.h"
 
 namespace korvane {
@@ -35,6 +36,14 @@ TEST(PrivacyMigration, FilesAreCleanedToTheByteAndOnlyOnce) {
       {"manifest.json", R"({"reason":"1.2.3.4","close_error":"at 1.2.3.4"})",
        R"({"reason":"1.2.3.4","close_error":"at [ip]"})"},
       {"manifest.json", "{\n\"close_error\"\t:\n \"ok\"}", "{\n\"close_error\"\t:\n \"ok\"}"},
+      {"a.json", R"({"close_error":"1.2.3.4","n":{"close_error" : "[::1]:80"}})",
+       R"({"close_error":"[ip]","n":{"close_error" : "[[ip]]:80"}})"},
+      {"a.json", R"({"close_error":"say \"node.test:8443\"\n"})",
+       R"({"close_error":"say \"[host]\"\n"})"},
+      {"a.json", R"({"close_error":"http:\/\/h\/p \u0041\u4e2d"})",
+       R"({"close_error":"[url] A\\u4e2d"})"},
+      {"a.json", R"({"close_error":"","other":"1.2.3.4"})",
+       R"({"close_error":"","other":"1.2.3.4"})"},
       {"a.txt", kRawLog, kRawLog},
       {"a.LOG", kRawLog, kRawLog},
       {"pending", kRawLog, kRawLog},
@@ -61,39 +70,6 @@ TEST(PrivacyMigration, FilesAreCleanedToTheByteAndOnlyOnce) {
   }
 }
 
-TEST(PrivacyMigration, AFileThatCannotBeCleanedStaysAndIsSaid) {
-  struct Row {
-    const char* operation;
-    std::size_t nth;
-    const char* said;
-  };
-  const Row rows[] = {
-      {"Files.Open", 1, "Privacy migration read failed"},
-      {"Files.Open", 2, "Privacy migration read failed"},
-      {"Files.Read", 1, "Privacy migration incomplete read"},
-      {"Files.Read", 2, "Privacy migration incomplete read"},
-      {"Files.Read", 3, "Privacy migration incomplete read"},
-      {"Files.Open", 3, "Privacy migration commit failed; withholding evidence"},
-      {"Files.Write", 1, "Privacy migration commit failed; withholding evidence"},
-      {"Files.Flush", 1, "Privacy migration commit failed; withholding evidence"},
-      {"Files.Rename", 1, "Privacy migration commit failed; withholding evidence"},
-  };
-  for (const Row& row : rows) {
-    EvidenceRoom room;
-    const std::string path = room.state.base_dir + "a.log";
-    room.Put(path, kRawLog);
-    EXPECT_FALSE(
-        room.WithFailing(row.operation, row.nth, [&] { return migrateEvidenceFile(path); }))
-        << row.operation << row.nth;
-    ASSERT_FALSE(room.errors.lines().empty());
-    EXPECT_EQ(room.errors.lines().back(), "[LibboxLogBuffer] "s + row.said);
-    EXPECT_EQ(room.Get(path), kRawLog);
-
-    EXPECT_TRUE(migrateEvidenceFile(path)) << "the next look cleans it";
-    EXPECT_EQ(room.Get(path), kCleanLog);
-  }
-}
-
 TEST(PrivacyMigration, MetadataWithoutATextBehindItsKeyIsWithheld) {
   EvidenceRoom room;
   const std::string path = room.state.base_dir + "manifest.json";
@@ -109,24 +85,6 @@ TEST(PrivacyMigration, MetadataWithoutATextBehindItsKeyIsWithheld) {
   }
   EXPECT_FALSE(migrateEvidenceFile(room.state.base_dir + "absent.json"));
   EXPECT_EQ(room.errors.lines().back(), "[LibboxLogBuffer] Privacy migration read failed");
-}
-
-TEST(PrivacyMigration, EveryCloseErrorIsUnescapedRedactedAndEscaped) {
-  const std::pair<std::string, std::string> rows[] = {
-      {R"({"close_error":"a","x":1})", R"({"close_error":"a","x":1})"},
-      {R"({"close_error":"1.2.3.4","n":{"close_error" : "[::1]:80"}})",
-       R"({"close_error":"[ip]","n":{"close_error" : "[[ip]]:80"}})"},
-      {R"({"close_error":"say \"node.test:8443\"\n"})", R"({"close_error":"say \"[host]\"\n"})"},
-      {R"({"close_error":"\u0041\u4e2d"})", R"({"close_error":"A\\u4e2d"})"},
-      {R"({"close_error":"http:\/\/h\/p"})", R"({"close_error":"[url]"})"},
-      {R"({"close_error":""})", R"({"close_error":""})"},
-      {R"({"other":"1.2.3.4"})", R"({"other":"1.2.3.4"})"},
-  };
-  for (const auto& [before, after] : rows) {
-    std::string text = before;
-    EXPECT_TRUE(migrateCloseErrors(text));
-    EXPECT_EQ(text, after);
-  }
 }
 
 TEST(PrivacyMigration, NoLengthOverflowsTheStackOrTakesItsSquareOfTime) {

@@ -19,35 +19,19 @@ namespace {
 using namespace std::string_literals;
 
 // The expressions are the definition of what is matched.
-const std::regex& UrlExpression() {
-  static const std::regex expression(R"([a-zA-Z][a-zA-Z0-9+.-]*://[^\s"']+)");
-  return expression;
-}
-const std::regex& Ipv4Expression() {
-  static const std::regex expression(R"(\d{1,3}(?:\.\d{1,3}){3}(?::\d{1,5})?)");
-  return expression;
-}
-const std::regex& AddressExpression() {
-  static const std::regex expression(R"([0-9A-Fa-f:.]+(?:%[A-Za-z0-9_.~-]+)?)");
-  return expression;
-}
-const std::regex& HostExpression() {
-  static const std::regex expression(
-      R"(\b(?:[A-Za-z0-9](?:[A-Za-z0-9-]*[A-Za-z0-9])?\.)+[A-Za-z]{2,}:\d{1,5}\b)");
-  return expression;
-}
-const std::regex& LongTokenExpression() {
-  static const std::regex expression(R"(\b[A-Za-z0-9+/_-]{24,}={0,2}\b)");
-  return expression;
-}
-const std::regex& ControlExpression() {
-  static const std::regex expression(
-      R"(\x1B(?:\[[0-?]*[ -/]*[@-~]|\][^\x07\x1B]*(?:\x07|\x1B\\))|[\x00-\x08\x0B-\x1F\x7F]|\xC2[\x80-\x9F])");
-  return expression;
-}
-const std::regex& EncodedExpression() {
-  static const std::regex expression(R"(%([0-9a-fA-F]{2})|\\u00([0-9a-fA-F]{2}))");
-  return expression;
+struct Expressions {
+  std::regex url{R"([a-zA-Z][a-zA-Z0-9+.-]*://[^\s"']+)"};
+  std::regex ipv4{R"(\d{1,3}(?:\.\d{1,3}){3}(?::\d{1,5})?)"};
+  std::regex address{R"([0-9A-Fa-f:.]+(?:%[A-Za-z0-9_.~-]+)?)"};
+  std::regex host{R"(\b(?:[A-Za-z0-9](?:[A-Za-z0-9-]*[A-Za-z0-9])?\.)+[A-Za-z]{2,}:\d{1,5}\b)"};
+  std::regex long_token{R"(\b[A-Za-z0-9+/_-]{24,}={0,2}\b)"};
+  std::regex control{
+      R"(\x1B(?:\[[0-?]*[ -/]*[@-~]|\][^\x07\x1B]*(?:\x07|\x1B\\))|[\x00-\x08\x0B-\x1F\x7F]|\xC2[\x80-\x9F])"};
+  std::regex encoded{R"(%([0-9a-fA-F]{2})|\\u00([0-9a-fA-F]{2}))"};
+};
+const Expressions& By() {
+  static const Expressions expressions;
+  return expressions;
 }
 
 std::string ReplaceEach(const std::string& text, const std::regex& expression,
@@ -70,14 +54,14 @@ std::string ReplaceEach(const std::string& text, const std::regex& expression,
 }
 
 std::string ModelDecode(const std::string& text) {
-  return ReplaceEach(text, EncodedExpression(), [](const std::smatch& match) {
+  return ReplaceEach(text, By().encoded, [](const std::smatch& match) {
     const std::string digits = match[1].matched ? match[1] : match[2];
     return std::string(1, static_cast<char>(std::stoi(digits, nullptr, 16)));
   });
 }
 
 std::string ModelAddresses(const std::string& text) {
-  return ReplaceEach(text, AddressExpression(), [](const std::smatch& match) {
+  return ReplaceEach(text, By().address, [](const std::smatch& match) {
     const std::string token = match.str();
     const bool address =
         token.find("::") != std::string::npos || std::count(token.begin(), token.end(), ':') >= 3;
@@ -86,7 +70,7 @@ std::string ModelAddresses(const std::string& text) {
 }
 
 std::string ModelHosts(const std::string& text) {
-  return ReplaceEach(text, HostExpression(), [](const std::smatch& match) {
+  return ReplaceEach(text, By().host, [](const std::smatch& match) {
     const std::string host = match.str().substr(0, match.str().find(':'));
     return host.ends_with(".go") ? match.str() : "[host]"s;
   });
@@ -94,22 +78,22 @@ std::string ModelHosts(const std::string& text) {
 
 // The nine passes on the library's own expressions.
 std::string ModelRedact(const std::string& text) {
-  std::string clean = ReplaceEach(text, ControlExpression(), "");
-  for (int pass = 0; pass < 4 && std::regex_search(clean, EncodedExpression()); ++pass) {
+  std::string clean = ReplaceEach(text, By().control, "");
+  for (int pass = 0; pass < 4 && std::regex_search(clean, By().encoded); ++pass) {
     clean = ModelDecode(clean);
   }
-  if (std::regex_search(clean, EncodedExpression())) {
+  if (std::regex_search(clean, By().encoded)) {
     return "[omitted: encoded diagnostic]";
   }
-  while (std::regex_search(clean, ControlExpression())) {
-    clean = ReplaceEach(clean, ControlExpression(), "");
+  while (std::regex_search(clean, By().control)) {
+    clean = ReplaceEach(clean, By().control, "");
   }
-  if (std::regex_search(clean, EncodedExpression())) {
+  if (std::regex_search(clean, By().encoded)) {
     return "[omitted: encoded diagnostic]";
   }
-  clean = ModelAddresses(ReplaceEach(clean, UrlExpression(), "[url]"));
-  clean = ModelHosts(ReplaceEach(clean, Ipv4Expression(), "[ip]"));
-  return ReplaceEach(clean, LongTokenExpression(), "[redacted]");
+  clean = ModelAddresses(ReplaceEach(clean, By().url, "[url]"));
+  clean = ModelHosts(ReplaceEach(clean, By().ipv4, "[ip]"));
+  return ReplaceEach(clean, By().long_token, "[redacted]");
 }
 
 std::string RandomOf(std::mt19937& random, const std::vector<std::string>& pieces,
@@ -123,32 +107,21 @@ std::string RandomOf(std::mt19937& random, const std::vector<std::string>& piece
 }
 
 TEST(Redaction, KnownTextsGiveTheirKnownForms) {
-  const std::string long23(23, 'k');
-  const std::string long24(24, 'k');
   const struct {
     std::string text, expected;
   } rows[] = {
       {"", ""},
       {"dial tcp 1.2.3.4:443: timeout", "dial tcp [ip]: timeout"},
-      {"node.test:8443", "[host]"},
-      {"main.go:42", "main.go:42"},
+      {"node.test:8443 at main.go:42", "[host] at main.go:42"},
       {"ws://h.t/c?d=e done", "[url] done"},
-      {"fe80::1%eth0", "[ip]"},
-      {"1:2:3:4", "[ip]"},
-      {"12:30:05", "12:30:05"},
+      {"fe80::1%eth0 at 12:30:05", "[ip] at 12:30:05"},
       {"at 12:30:05: x", "at [ip] x"},
       {"%2568ttp%3A%2F%2Fx", "[url]"},
       {"%25252525252541", "[omitted: encoded diagnostic]"},
-      {"\\u0041", "A"},
-      {long24, "[redacted]"},
-      {long23, long23},
-      {long24 + "==", "[redacted]=="},
-      {"\x1B[31mred\x1B[0m", "red"},
-      {"\x1B]0;title\x07text", "text"},
       {"%4%001", "[omitted: encoded diagnostic]"},
+      {std::string(24, 'k') + "== " + std::string(23, 'k'), "[redacted]== " + std::string(23, 'k')},
+      {"\x1B[31mred\x1B[0m\t\x1B]0;title\x07text\n", "red\ttext\n"},
       {"\xC2\xC2\x80\x80", ""},
-      {"a\tb\nc", "a\tb\nc"},
-      {"a\0b"s, "ab"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(redactDiagnosticText(row.text), row.expected) << row.text;
@@ -164,7 +137,7 @@ TEST(Redaction, EachPassEqualsItsExpression) {
   } rows[] = {
       {"controls",
        [](const std::string& t) { return RemoveControls(t); },
-       [](const std::string& t) { return ReplaceEach(t, ControlExpression(), ""); },
+       [](const std::string& t) { return ReplaceEach(t, By().control, ""); },
        {"\x1B", "[",    "]",  "0",  "?",    " ",    "/",    "@",    "~",   "m", "\x07",
         "\\",   "\x7F", "\t", "\n", "\xC2", "\x80", "\x9F", "\xA0", "\0"s, "a"}},
       {"decode",
@@ -173,7 +146,7 @@ TEST(Redaction, EachPassEqualsItsExpression) {
        {"%", "\\", "u", "0", "4", "1", "F", "g", "\\u00", "%2"}},
       {"urls",
        [](const std::string& t) { return ReplaceUrls(t); },
-       [](const std::string& t) { return ReplaceEach(t, UrlExpression(), "[url]"); },
+       [](const std::string& t) { return ReplaceEach(t, By().url, "[url]"); },
        {"a", "Z", "1", "+", ".", "-", ":", "/", "://", " ", "\"", "'", "_", "\x0B", "\xC3"}},
       {"addresses",
        [](const std::string& t) { return ReplaceAddressTokens(t); },
@@ -181,7 +154,7 @@ TEST(Redaction, EachPassEqualsItsExpression) {
        {"0", "a", "F", "g", ":", "::", ".", "%", "~", "_", "-", " "}},
       {"ipv4",
        [](const std::string& t) { return ReplaceIpv4(t); },
-       [](const std::string& t) { return ReplaceEach(t, Ipv4Expression(), "[ip]"); },
+       [](const std::string& t) { return ReplaceEach(t, By().ipv4, "[ip]"); },
        {"1", "23", "456", "7890", ".", ".1", ".22", ":", ":5", "x"}},
       {"hosts",
        [](const std::string& t) { return ReplaceHosts(t); },
@@ -190,7 +163,7 @@ TEST(Redaction, EachPassEqualsItsExpression) {
         "\xC3"}},
       {"long tokens",
        [](const std::string& t) { return ReplaceLongTokens(t); },
-       [](const std::string& t) { return ReplaceEach(t, LongTokenExpression(), "[redacted]"); },
+       [](const std::string& t) { return ReplaceEach(t, By().long_token, "[redacted]"); },
        {"abcdefghijkl", "ABCDEFGHIJK", "a", "+", "/", "-", "_", "=", "==", ".", " ", "\xC3"}},
   };
   for (const auto& row : rows) {
@@ -204,46 +177,47 @@ TEST(Redaction, EachPassEqualsItsExpression) {
 }
 
 std::vector<std::string> Fragments() {
-  std::vector<std::string> fragments = {"http://",
-                                        "vless://u@h",
-                                        "://",
-                                        "h.test",
-                                        "node-1.example.org:8443",
-                                        "main.go:42",
-                                        "svc.go:7",
-                                        "1.2.3.4",
-                                        "10.0.0.1:443",
-                                        "999.1.2.3.4",
-                                        "fe80::1",
-                                        "%eth0",
-                                        "2001:db8::1",
-                                        "::",
-                                        "12:30:05",
-                                        std::string(23, 'q'),
-                                        std::string(24, 'q'),
-                                        "QUJDREVGR0hJSktMTU5PUFFSU1RVVg==",
-                                        "_",
-                                        "-",
-                                        "=",
-                                        " ",
-                                        "\t",
-                                        "\n",
-                                        "\"",
-                                        "'",
-                                        ".",
-                                        ":",
-                                        "error",
-                                        "\xC2",
-                                        "\x80",
-                                        "\x85",
-                                        "\0"s,
-                                        "\x7F",
-                                        "%4",
-                                        "%00",
-                                        "%",
-                                        "\\u00",
-                                        "41",
-                                        "std::string"};
+  constexpr const char* kPlain[] = {"http://",
+                                    "vless://u@h",
+                                    "://",
+                                    "h.test",
+                                    "node-1.example.org:8443",
+                                    "main.go:42",
+                                    "svc.go:7",
+                                    "1.2.3.4",
+                                    "10.0.0.1:443",
+                                    "999.1.2.3.4",
+                                    "fe80::1",
+                                    "%eth0",
+                                    "2001:db8::1",
+                                    "::",
+                                    "12:30:05",
+                                    "qqqqqqqqqqqqqqqqqqqqqqq",
+                                    "qqqqqqqqqqqqqqqqqqqqqqqq",
+                                    "QUJDREVGR0hJSktMTU5PUFFSU1RVVg==",
+                                    "_",
+                                    "-",
+                                    "=",
+                                    " ",
+                                    "\t",
+                                    "\n",
+                                    "\"",
+                                    "'",
+                                    ".",
+                                    ":",
+                                    "error",
+                                    "\xC2",
+                                    "\x80",
+                                    "\x85",
+                                    "\x7F",
+                                    "%4",
+                                    "%00",
+                                    "%",
+                                    "\\u00",
+                                    "41",
+                                    "std::string"};
+  std::vector<std::string> fragments(std::begin(kPlain), std::end(kPlain));
+  fragments.push_back("\0"s);
   const std::string ansi = "\x1B[1;31m";
   const std::string osc = "\x1B]8;;x\x1B\\";
   for (std::size_t cut = 1; cut <= ansi.size(); ++cut) {

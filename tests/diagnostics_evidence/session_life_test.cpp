@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "diagnostics_evidence/evidence_world.h"
+#include "diagnostics_evidence/json_text.h"
 
 namespace korvane::test {
 namespace {
@@ -21,7 +24,7 @@ constexpr char kNow[] = "2024-01-02T03:04:05Z";
 
 void LeaveEverything(EvidenceWorld& world) {
   for (const char* name : {kLog, "libbox_last_crash.log", kActive, kClean, kFailedStart, kRecord,
-                           "libbox_session.log.tmp", "crash-output.s1.log",
+                           "libbox_session.log.tmp", "crash-output.s1.log", "crash-output.s2.log",
                            "incidents/20260101T000000Z-s1/manifest.json"}) {
     world.Put(name, "left");
   }
@@ -69,114 +72,106 @@ TEST(Preference, IsOffUnlessTheRegistrySaysOneAndNothingRevokesIt) {
 
 TEST(Preference, TellsWhyItStaysOff) {
   struct Row {
-    const char* operation;
+    const char* operations;
     bool enable;
-    bool lasting;
-    std::size_t nth;
+    CountingPlan (*plan)(std::size_t at, OperationFilter counted);
+    std::size_t at;
     const char* failure;
-    bool stands_in_registry;
   };
   const Row rows[] = {
-      {"Files.Rename", true, false, 1,
-       "Cannot stage Windows diagnostics preference; capture remains off", false},
-      {"Registry.WriteDword", true, false, 1,
-       "Cannot save Windows diagnostics preference; capture remains off", false},
-      {"Files.CreateDirectories", true, false, 1,
-       "Cannot create Windows diagnostics directory; capture remains off", true},
-      {"Files.RemoveFile", true, false, 1,
-       "Cannot clear Windows diagnostics revocation; capture remains off", true},
-      {"Files.RemoveFile", true, false, 2,
-       "Cannot clear Windows diagnostics revocation; capture remains off", true},
-      {"Registry.WriteDword", false, false, 1,
-       "Cannot save Windows diagnostics preference; capture remains off", true},
-      {"Files.Rename", false, false, 1,
-       "Cannot save Windows diagnostics preference; capture remains off", false},
-      {"Files.RemoveFile", false, true, 1,
-       "Diagnostics are off, but retained evidence could not be cleared", false},
+      {"Files.Rename", true, FailOnce, 1, "Cannot stage Windows diagnostics preference"},
+      {"Registry.WriteDword", true, FailOnce, 1, "Cannot save Windows diagnostics preference"},
+      {"Files.CreateDirectories", true, FailOnce, 1, "Cannot create Windows diagnostics directory"},
+      {"Files.RemoveFile", true, FailOnce, 1, "Cannot clear Windows diagnostics revocation"},
+      {"Files.RemoveFile", true, FailOnce, 2, "Cannot clear Windows diagnostics revocation"},
+      {"Registry.WriteDword", false, FailOnce, 1, "Cannot save Windows diagnostics preference"},
+      {"Files.Rename", false, FailOnce, 1, "Cannot save Windows diagnostics preference"},
+      {"Files.RemoveFile", false, FailFrom, 1,
+       "Diagnostics are off, but retained evidence could not be cleared"},
+      {"Files.Rename, Registry.WriteDword", false, FailFrom, 1,
+       "Cannot persist diagnostics revocation: capture is off only for this process; retry before "
+       "restarting"},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(std::string(row.operation) + (row.enable ? ", on" : ", off"));
     EvidenceWorld world(/*captures=*/!row.enable);
-    if (!row.enable) {
-      LeaveEverything(world);
-    }
+    LeaveEverything(world);
     world.Start();
-    const auto failing = [&](const Operation& o) { return o.name == row.operation; };
-    world.Suffer(row.lasting ? FailFrom(row.nth, failing) : FailOnce(row.nth, failing),
-                 [&](LibboxLogBuffer& evidence) {
-                   std::string failure;
-                   EXPECT_FALSE(evidence.setWindowsDiagnosticsEnabled(row.enable, &failure));
-                   EXPECT_EQ(failure, row.failure);
-                   EXPECT_EQ(evidence.getWindowsDiagnosticsFailure(), row.failure);
-                   EXPECT_FALSE(evidence.getWindowsDiagnosticsEnabled());
-                 });
-    const auto value = world.registry.values.find(L"Software\\Korvane\\WindowsDiagnosticsEnabled");
-    EXPECT_EQ(value != world.registry.values.end() && value->second == 1, row.stands_in_registry);
-    // A second try does what the first could not.
-    EXPECT_TRUE(world.evidence().setWindowsDiagnosticsEnabled(row.enable, nullptr));
-    EXPECT_EQ(world.Start().getWindowsDiagnosticsEnabled(), row.enable);
+    const auto failing = [&](const Operation& o) {
+      return std::string_view(row.operations).find(o.name) != std::string_view::npos;
+    };
+    world.Suffer(row.plan(row.at, failing), [&](LibboxLogBuffer& evidence) {
+      std::string failure;
+      EXPECT_FALSE(evidence.setWindowsDiagnosticsEnabled(row.enable, &failure));
+      const bool says_off = std::string_view(row.failure).find("off") != std::string_view::npos;
+      EXPECT_EQ(failure, row.failure + std::string(says_off ? "" : "; capture remains off"));
+      EXPECT_EQ(evidence.getWindowsDiagnosticsFailure(), failure);
+      EXPECT_FALSE(evidence.getWindowsDiagnosticsEnabled());
+    });
   }
 }
 
-TEST(Preference, SaysWhenNothingOfTheRevocationLasts) {
-  EvidenceWorld world;
-  const auto failing = [](const Operation& o) {
-    return o.name == "Files.Rename" || o.name == "Registry.WriteDword";
-  };
-  world.Suffer(FailFrom(1, failing), [](LibboxLogBuffer& evidence) {
-    std::string failure;
-    EXPECT_FALSE(evidence.setWindowsDiagnosticsEnabled(false, &failure));
-    EXPECT_EQ(failure,
-              "Cannot persist diagnostics revocation: capture is off only for this process; retry "
-              "before restarting");
-  });
+// One step to a session's end: an intent, "no " and the intent that is withdrawn, a close, an end.
+void Take(LibboxLogBuffer& evidence, const std::string& step) {
+  if (step.starts_with("no ")) {
+    evidence.clearShutdownIntent(step.substr(3));
+  } else if (step == "close") {
+    evidence.recordCloseResult(evidence.currentSessionId(), true, 0, "");
+  } else if (step == "failed close") {
+    evidence.recordCloseResult(evidence.currentSessionId(), false, -3, "stuck");
+  } else if (step == "failed close of another") {
+    evidence.recordCloseResult("another", false, 9, "late");
+  } else if (step == "close of nobody") {
+    evidence.recordCloseResult("", true, 0, "");
+  } else if (step == "clean end") {
+    evidence.markCleanShutdown();
+  } else if (step == "failed start") {
+    evidence.markFailedStart();
+  } else {
+    evidence.recordShutdownIntent(step);
+  }
 }
 
 TEST(Session, LeavesTheMarkersOfItsEnd) {
   struct Row {
-    const char* what;
-    void (*end)(LibboxLogBuffer& evidence, const std::string& session);
+    std::vector<const char*> steps;
     std::vector<std::string> left;
+    bool begun = true;
   };
   const Row rows[] = {
-      {"running", [](LibboxLogBuffer&, const std::string&) {}, {kActive}},
-      {"closed",
-       [](LibboxLogBuffer& evidence, const std::string& session) {
-         evidence.recordShutdownIntent("user_disconnect");
-         evidence.recordCloseResult(session, true, std::nullopt, "");
-         evidence.markCleanShutdown();
-       },
-       {kClean, kRecord}},
-      {"failed to close",
-       [](LibboxLogBuffer& evidence, const std::string& session) {
-         evidence.recordShutdownIntent("user_disconnect");
-         evidence.recordCloseResult(session, false, -3, "stuck");
-         evidence.markCleanShutdown();
-       },
-       {kRecord}},
-      {"never came up",
-       [](LibboxLogBuffer& evidence, const std::string&) {
-         evidence.recordShutdownIntent("failed_start");
-         evidence.markFailedStart();
-       },
-       {kFailedStart, kRecord}},
+      {{}, {kActive}},
+      {{"user_disconnect", "close", "clean end"}, {kClean, kRecord}},
+      {{"user_disconnect", "failed close", "clean end"}, {kRecord}},
+      {{"failed close of another", "clean end"}, {kClean, kRecord}},
+      {{"failed_start", "failed start"}, {kFailedStart, kRecord}},
+      {{"clean end"}, {kClean}, false},
+      {{"failed close", "clean end"}, {kRecord}, false},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
     EvidenceWorld world;
     LibboxLogBuffer& evidence = world.Start();
-    evidence.beginSession();
-    const std::string session = evidence.currentSessionId();
-    EXPECT_EQ(world.Get(kActive), MarkerText(session, kNow));
-    row.end(evidence, session);
+    if (row.begun) {
+      evidence.beginSession();
+    }
+    const std::string session = row.begun ? evidence.currentSessionId() : "unknown";
+    for (const char* step : row.steps) {
+      Take(evidence, step);
+    }
     std::vector<std::string> left;
     for (const auto& [name, bytes] : world.Snapshot()) {
       left.push_back(name);
-      if (name != kRecord) {
-        EXPECT_EQ(bytes, MarkerText(session, kNow));
-      }
+      EXPECT_TRUE(name == kRecord || bytes == MarkerText(session, kNow)) << bytes;
     }
     EXPECT_EQ(left, row.left);
+  }
+}
+
+TEST(Session, LiesWhereTheUsersSettingsAreOrHere) {
+  EvidenceWorld world;
+  EXPECT_TRUE(world.evidence().getLibboxLogPath().ends_with(kLog));
+  for (const auto& environment : {std::map<std::string, std::string>{}, {{"APPDATA", ""}}}) {
+    world.environment() = environment;
+    const std::string base = world.Start().baseDirectory();
+    EXPECT_EQ(base.substr(0, 1) + base.substr(2, 7), ".Korvane");
   }
 }
 
@@ -204,88 +199,94 @@ TEST(Session, OfACaptureThatIsOffLeavesNothing) {
   EXPECT_THAT(world.Snapshot(), IsEmpty());
 }
 
-// What the record says of a session, after some steps.
+// The text with "OWN" for the session's id.
+std::string Owned(std::string text, const std::string& session) {
+  const std::size_t at = session.empty() ? text.npos : text.find(session);
+  return at == text.npos ? text : text.replace(at, session.size(), "OWN");
+}
+
+// What the record says: of the close, of the process's exit, and the later intent.
+std::string Told(EvidenceWorld& world) {
+  std::string told;
+  for (const char* key : {"session_id", "reason", "state", "process_exit_session",
+                          "process_exit_reason", "process_exit_state", "later_intent"}) {
+    const std::string text = jsonStringField(world.Get(kRecord), key);
+    told += (told.empty() || text.empty() ? "" : " ") + text;
+  }
+  return world.Get(kRecord) == "<absent>" ? "<absent>" : told;
+}
+
 TEST(ShutdownRecord, FollowsItsOwner) {
-  using Step = void (*)(LibboxLogBuffer&, const std::string& session);
-  const Step user = [](LibboxLogBuffer& e, const std::string&) {
-    e.recordShutdownIntent("user_disconnect");
-  };
-  const Step quit = [](LibboxLogBuffer& e, const std::string&) {
-    e.recordShutdownIntent("tray_quit");
-  };
-  const Step clear_user = [](LibboxLogBuffer& e, const std::string&) {
-    e.clearShutdownIntent("user_disconnect");
-  };
-  const Step clear_quit = [](LibboxLogBuffer& e, const std::string&) {
-    e.clearShutdownIntent("tray_quit");
-  };
-  const Step close = [](LibboxLogBuffer& e, const std::string& s) {
-    e.recordCloseResult(s, true, 0, "");
-  };
-  const Step late_close = [](LibboxLogBuffer& e, const std::string&) {
-    e.recordCloseResult("another", false, 9, "late");
-  };
   struct Row {
-    const char* what;
-    std::vector<Step> steps;
-    const char* reason;
-    const char* state;
-    const char* exit_reason;
-    const char* exit_state;
-    const char* later_intent;
+    std::vector<const char*> steps;
+    const char* told;
+    std::map<std::string, std::string> before = {};
   };
   const Row rows[] = {
-      {"asked", {user}, "user_disconnect", "requested", "", "", ""},
-      {"closed", {user, close}, "user_disconnect", "completed", "", "", ""},
-      {"withdrawn", {user, clear_user}, "", "", "", "", ""},
-      {"withdrawn too late", {user, close, clear_user}, "user_disconnect", "completed", "", "", ""},
-      {"asked again behind the close",
-       {user, close, user},
-       "user_disconnect",
-       "completed",
-       "",
-       "",
-       "user_disconnect"},
-      {"another session's close", {user, late_close}, "user_disconnect", "requested", "", "", ""},
-      {"quit while stopping",
-       {user, quit},
-       "user_disconnect",
-       "requested",
-       "tray_quit",
-       "requested",
-       ""},
-      {"quit withdrawn", {user, quit, clear_quit}, "user_disconnect", "requested", "", "", ""},
+      {{"node_switch"}, "OWN node_switch requested"},
+      {{"sleep"}, "OWN unknown requested"},
+      {{"node_switch", "close"}, "OWN node_switch completed"},
+      {{"close"}, "OWN unknown completed"},
+      {{"node_switch", "close of nobody"}, "unknown node_switch completed"},
+      {{"node_switch", "failed close of another"}, "OWN node_switch requested"},
+      {{"close", "node_switch"}, "OWN unknown completed node_switch"},
+      {{"failed close", "node_switch"}, "OWN unknown failed node_switch"},
+      {{"node_switch", "no node_switch"}, "<absent>"},
+      {{"node_switch", "no ", "no failed_start"}, "OWN node_switch requested"},
+      {{"close", "no unknown"}, "OWN unknown completed"},
+      {{"no tray_quit"}, "<absent>"},
+      {{"node_switch", "tray_quit"}, "OWN node_switch requested OWN tray_quit requested"},
+      {{"node_switch", "tray_quit", "no tray_quit"}, "OWN node_switch requested"},
+      {{"node_switch", "tray_quit", "no node_switch"}, "OWN OWN tray_quit requested"},
+      {{"tray_quit", "no updater"}, "OWN OWN tray_quit requested"},
+      {{"tray_quit", "no tray_quit"}, "<absent>"},
+      {{"close"}, "OWN unknown completed", {{"reason", "tray_quit"}}},
+      {{"no tray_quit"},
+       "s0 tray_quit",
+       {{"process_exit_session", "s0"}, {"process_exit_reason", "tray_quit"}}},
+      {{"no tray_quit"}, "failed", {{"state", "failed"}, {"process_exit_reason", "tray_quit"}}},
+      {{"node_switch"},
+       "OWN node_switch requested",
+       {{"session_id", "s0"}, {"state", "completed"}, {"later_intent", "updater"}}},
   };
+  std::set<std::string> said;
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
     EvidenceWorld world;
     LibboxLogBuffer& evidence = world.Start();
     evidence.beginSession();
-    for (const Step step : row.steps) {
-      step(evidence, evidence.currentSessionId());
+    const std::string session = evidence.currentSessionId();
+    if (!row.before.empty()) {
+      world.Put(kRecord, RecordText(row.before));
     }
-    const std::string text = world.Get(kRecord);
-    const auto record = text == "<absent>" ? nlohmann::json::object() : nlohmann::json::parse(text);
-    EXPECT_EQ(record.value("reason", ""), row.reason);
-    EXPECT_EQ(record.value("state", ""), row.state);
-    EXPECT_EQ(record.value("process_exit_reason", ""), row.exit_reason);
-    EXPECT_EQ(record.value("process_exit_state", ""), row.exit_state);
-    EXPECT_EQ(record.value("later_intent", ""), row.later_intent);
+    for (const char* step : row.steps) {
+      Take(evidence, step);
+    }
+    EXPECT_EQ(Owned(Owned(Told(world), session), session), row.told) << row.steps.back();
+    for (const std::string& line : world.errors.lines()) {
+      said.insert(Owned(line, session));
+    }
   }
+  EXPECT_THAT(
+      said,
+      testing::IsSupersetOf({
+          "[LibboxLogBuffer] Unknown shutdown reason 'sleep', recording as unknown",
+          "[LibboxLogBuffer] Ignoring late close result for session another; record is owned by "
+          "OWN",
+          "[LibboxLogBuffer] Refusing to clear a shutdown intent without a reason",
+          "[LibboxLogBuffer] Not clearing shutdown intent 'node_switch': caller expected "
+          "'failed_start'",
+          "[LibboxLogBuffer] Not clearing shutdown record in state 'completed' \u2014 it holds a "
+          "close result",
+          "[LibboxLogBuffer] Not clearing process-exit intent 'tray_quit': caller expected "
+          "'updater'",
+          "[LibboxLogBuffer] Not clearing a process-exit intent owned by s0: this caller is OWN",
+      }));
 }
 
-TEST(ShutdownRecord, OfAFormerProcessIsTakenOverWithoutItsLaterWord) {
+TEST(ShutdownRecord, OfNoSessionSaysSo) {
   EvidenceWorld world;
-  world.Put(kRecord, RecordText({{"session_id", "s0"},
-                                 {"state", "completed"},
-                                 {"later_intent", "updater"},
-                                 {"later_intent_at_utc", "t"}}));
-  world.Start().recordShutdownIntent("user_disconnect");
-  const auto record = nlohmann::json::parse(world.Get(kRecord));
-  EXPECT_EQ(record["session_id"], "<no-session>");
-  EXPECT_EQ(record["reason"], "user_disconnect");
-  EXPECT_EQ(record["later_intent"], "");
-  EXPECT_EQ(record["later_intent_at_utc"], "");
+  world.evidence().recordShutdownIntent("node_switch");
+  EXPECT_EQ(Told(world), "<no-session> node_switch requested");
 }
 
 TEST(SessionLog, KeepsOneRedactedLineForEachBreadcrumb) {
