@@ -138,7 +138,7 @@ ActiveEndpointStatus CheckLeaf(const EgressOutbound& outbound, const IpLiteral& 
   if (IsOneOf(outbound.type, kLocal)) {
     return ActiveEndpointStatus::kLeafHasNoRemoteEndpoint;
   }
-  if (!outbound.hasServer || outbound.server.empty() || !outbound.hasPortField) {
+  if (!outbound.hasServer || !outbound.hasPortField) {
     return ActiveEndpointStatus::kEndpointMissing;
   }
   if (outbound.portInvalid || outbound.ports.empty()) {

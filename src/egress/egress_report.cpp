@@ -78,7 +78,7 @@ RouteTable DefaultRouteTable(const EgressSnapshot& snapshot, const InterfaceOrdi
   }
   for (const RouteRow& route : snapshot.routes) {
     const std::int64_t ordinal = snapshot.adaptersFailed ? 0 : OrdinalOf(ordinals, route.ifIndex);
-    table.inconsistent = table.inconsistent || (ordinal == 0 && !snapshot.adaptersFailed);
+    table.inconsistent |= ordinal == 0 && !snapshot.adaptersFailed;
     table.rows.push_back(
         {{"family", Integer(route.family)},
          {"interfaceOrdinal", OrdinalOrNull(ordinal)},

@@ -37,7 +37,7 @@ Sources SourcesTo(const LeafEndpoint& endpoint, const EgressSnapshot& snapshot,
     ++sources.matching;
     const MappedAddress source =
         MapAddressToInterface(snapshot.adapters, ordinals, socket.localAddress);
-    switch (source.mapping) {
+    switch (source.mapping) {  // coverage: every mapping has its case
       case AddressMapping::kMapped:
         sources.ordinals.insert(source.ordinal);
         break;
@@ -114,7 +114,7 @@ MappedAddress MapAddressToInterface(const std::vector<AdapterRow>& adapters,
   MappedAddress mapped;
   for (const AdapterRow& adapter : adapters) {
     const std::int64_t ordinal = OrdinalOf(ordinals, adapter.ifIndex);
-    if (ordinal == 0 || ordinal == mapped.ordinal || !HasAddress(adapter, wanted)) {
+    if (ordinal == mapped.ordinal || !HasAddress(adapter, wanted)) {
       continue;
     }
     if (mapped.mapping == AddressMapping::kMapped) {

@@ -12,7 +12,7 @@ std::optional<std::string> Identifiers::FormatGuid(const Guid& guid) {
       std::snprintf(text.data(), text.size(), "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
                     guid.data1, guid.data2, guid.data3, tail[0], tail[1], tail[2], tail[3], tail[4],
                     tail[5], tail[6], tail[7]);
-  if (length != kTextLength) {
+  if (length != kTextLength) {  // coverage: the format gives each number its full width
     return std::nullopt;
   }
   return std::string(text.data(), kTextLength);

@@ -39,7 +39,7 @@ std::string SampleAdapter(FlutterDesktopEngineRef engine, std::vector<SamplingFa
     return failed("graphics_adapter_unavailable", {});
   }
   AdapterName name = NameOfAdapter(*adapter);
-  switch (name.outcome) {
+  switch (name.outcome) {  // coverage: every outcome has its case
     case AdapterOutcome::kDescriptionFailed:
       return failed("adapter_description_failed", {{"hresult", std::int64_t{name.hresult}}});
     case AdapterOutcome::kEncodingFailed:

@@ -35,9 +35,7 @@ bool RunSchtasks(const std::wstring& tail, std::uint32_t* exit_code) {
   if (!ran) {
     return false;
   }
-  if (exit_code != nullptr) {
-    *exit_code = ran.value();
-  }
+  *exit_code = ran.value();
   return true;
 }
 

@@ -55,6 +55,7 @@ void ExitDirectly(ArmedTakeover& armed, platform::ErrorCode post_error) {
   // The evidence comes first: with the mutex free the child is already at work on the same files.
   LibboxLogBuffer::instance().writeOsShutdownMarker();
   LibboxLogBuffer::instance().recordShutdownIntent("elevation_handoff");
+  // coverage: the start sets it before anything can ask for a takeover
   if (const auto release = release_mutex.load()) {
     release();
   }

@@ -115,6 +115,9 @@ TEST(EgressReportTest, EachSourceFailsByItself) {
 }
 
 TEST(EgressReportTest, AdmitsARouteToAnInterfaceThatWent) {
+  // The first stands between those that are there.
+  const Json between = ReportOf([](auto& snapshot) { snapshot.routes[0].ifIndex = 8; });
+  EXPECT_EQ(between["defaultRoutesStatus"], "SNAPSHOT_INCONSISTENT");
   const Json report = ReportOf([](auto& snapshot) { snapshot.routes[1].ifIndex = 99; });
   EXPECT_EQ(report["defaultRoutesStatus"], "SNAPSHOT_INCONSISTENT");
   EXPECT_EQ(report["defaultRoutes"][0]["interfaceOrdinalStatus"], "OK");

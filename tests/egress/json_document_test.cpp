@@ -96,6 +96,7 @@ TEST(JsonDocumentTest, DecodesEscapesIntoBytes) {
       {R"("\ud800\udc00\uDBFF\uDFFF")", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
       // Lone surrogates stand as three bytes, and what follows them is read for itself.
       {R"("\uD83Dx")", "\xED\xA0\xBDx"},
+      {R"("\uD83D\uE000")", "\xED\xA0\xBD\xEE\x80\x80"},
       {R"("\uDE00")", "\xED\xB8\x80"},
       {R"("\uDE00\uD83D")", "\xED\xB8\x80\xED\xA0\xBD"},
       {R"("\uD83D\uD83D\uDE00")", "\xED\xA0\xBD\xF0\x9F\x98\x80"},

@@ -91,11 +91,8 @@ TEST_F(EventChannelTest, FailedCancelOfTheFirstIsToldAndTheSecondBegins) {
   const struct {
     std::optional<EncodableValue> details;
     const char* text;
-  } rows[] = {{std::nullopt, "null"},
-              {"why", "why"},
-              {7, "7"},
-              {true, "true"},
-              {EncodableList{1}, "(list)"}};
+  } rows[] = {{std::nullopt, "null"}, {"why", "why"},   {7, "7"},
+              {true, "true"},         {false, "false"}, {EncodableList{1}, "(list)"}};
   Call("listen");
   for (const auto& row : rows) {
     errors_.Clear();

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/os.h"
+#include "support/counting_os.h"
 #include "support/recording_error_stream.h"
 #include "support/user_settings.h"
 #include "system/elevated_autostart.h"
@@ -122,6 +123,19 @@ TEST_F(SystemSettingsTest, ProxyIsPointedAndSetBackToDirect) {
       ElementsAre("[ProxyManager] Enabling system proxy: 127.0.0.1:10081",
                   "[ProxyManager] System proxy enabled with LAN bypass list",
                   "[ProxyManager] Disabling system proxy", "[ProxyManager] System proxy disabled"));
+}
+
+TEST_F(SystemSettingsTest, AQuestionThatFailsIsTold) {
+  const auto failing = [](const auto& ask) {
+    const CountingOs counting(platform::os(), FailOnce(1));
+    const platform::ScopedOs in_force(counting.os());
+    ask();
+  };
+  failing([] { EXPECT_FALSE(QuerySystemProxy().enabled); });
+  failing([] { EXPECT_FALSE(EnableElevatedAutostart()); });
+  EXPECT_THAT(errors_.lines(),
+              ElementsAre("[ProxyManager] InternetQueryOption failed. Error: 5",
+                          "[ProxyManager] Failed to get executable path for autostart. Error: 5"));
 }
 
 }  // namespace

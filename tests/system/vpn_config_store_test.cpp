@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/os.h"
+#include "support/counting_os.h"
 #include "support/recording_error_stream.h"
 #include "support/scoped_environment.h"
 #include "support/temporary_folder.h"
@@ -119,6 +120,14 @@ TEST_F(ConfigStoreTest, WithoutAnApplicationDataFolderTheWorkingFolderServes) {
 }
 
 TEST_F(ConfigStoreTest, WhatStandsInTheWayIsToldAndSurvived) {
+  {
+    const auto making = [](const Operation& o) { return o.name == "Files.CreateDirectories"; };
+    const CountingOs failing(platform::os(), FailOnce(1, making));
+    const platform::ScopedOs in_force(failing.os());
+    EXPECT_FALSE(EnsureConfigDirectory());
+    EXPECT_THAT(errors_.lines(),
+                ElementsAre(StartsWith("Error creating config directory: create_directories")));
+  }
   WriteBytes(folder_ / "Korvane", "a file where the folder should be");
   EXPECT_TRUE(EnsureConfigDirectory()) << "whatever stands there counts";
   EXPECT_FALSE(SaveVpnConfigFile(kConfig));
