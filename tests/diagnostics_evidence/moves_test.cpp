@@ -5,6 +5,7 @@
 
 #include "diagnostics_evidence/evidence_moves.h"
 #include "diagnostics_evidence/evidence_room.h"
+#include "diagnostics_evidence/evidence_scenarios.h"
 #include "diagnostics_evidence/evidence_world.h"
 #include "diagnostics_evidence/incident_manifest.h"
 #include "diagnostics_evidence/json_text.h"
@@ -30,6 +31,19 @@ TEST(Moves, FragmentsAreNumberedUntilTheirNumbersRunOut) {
   EXPECT_EQ(world.Get(folder + ".2.log"), "fragment 2");
   EXPECT_EQ(world.Get(folder + ".98.log"), "fragment 98");
   EXPECT_EQ(world.Get(folder + ".99.log"), "fragment 100");
+}
+
+TEST(Moves, AFileThatStaysFlatKeepsTheMarkers) {
+  EvidenceWorld world;
+  LeaveCrash(world);
+  world.Put("libbox_session.log", "clean\n");
+  world.Start();
+  // The first takes the sentinel's name, the second moves the log.
+  world.Suffer(
+      FailOnce(2, [](const Operation& o) { return o.name == "Files.Rename"; }),
+      [](LibboxLogBuffer& evidence) { EXPECT_FALSE(evidence.importPendingIncidents(nullptr)); });
+  EXPECT_EQ(world.Get("libbox_session_active"), MarkerText("s1"));
+  EXPECT_EQ(world.Get("libbox_session.log"), "clean\n");
 }
 
 TEST(Moves, CrashOutputIsNeverBlamedOnTheWrongSession) {
