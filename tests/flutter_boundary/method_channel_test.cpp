@@ -227,5 +227,27 @@ TEST_F(BinaryMessengerTest, ReplyThatNobodyAwaitsGoesNowhere) {
   EXPECT_THAT(errors_.lines(), IsEmpty());
 }
 
+TEST_F(MethodChannelTest, AnswersOfManyThreadsRaceTheEndOfTheEngine) {
+  std::vector<std::thread> workers;
+  channel_.SetMethodCallHandler([&](const MethodCall<>& call, Result result) {
+    workers.emplace_back(
+        [arguments = call.arguments(), kept = std::move(result)] { kept->Success(arguments); });
+  });
+  std::vector<int> deliveries;
+  deliveries.reserve(40);
+  for (int i = 0; i < 40; ++i) {
+    deliveries.push_back(Call("m", i));
+  }
+  fake::DestroyEngine();
+  for (std::thread& worker : workers) {
+    worker.join();
+  }
+  for (int i = 0; i < 40; ++i) {
+    const auto reply = ReplyBytes(deliveries[static_cast<std::size_t>(i)]);
+    EXPECT_TRUE(!reply || *reply == Success(i)) << i;
+  }
+  EXPECT_THAT(errors_.lines(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace flutter

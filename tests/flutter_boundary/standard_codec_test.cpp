@@ -174,6 +174,23 @@ TEST_F(StandardCodecTest, NameThatIsNoStringIsNoCall) {
   }
 }
 
+// Whatever a changed byte makes of a message: what is read can be written, and reads the same
+// again.
+TEST_F(StandardCodecTest, EveryChangedByteLeavesAReadableValue) {
+  for (const ValueExample& example : ValueExamples()) {
+    const Bytes whole = Hex(example.bytes);
+    for (std::size_t place = 0; place < whole.size(); ++place) {
+      for (int byte = 0; byte < 256; ++byte) {
+        Bytes changed = whole;
+        changed[place] = static_cast<std::uint8_t>(byte);
+        const EncodableValue value = DecodeValue(changed);
+        const Bytes again = EncodeValue(value);
+        EXPECT_EQ(EncodeValue(DecodeValue(again)), again) << example.bytes << " at " << place;
+      }
+    }
+  }
+}
+
 // `depth` lists or maps inside one another, around a null.
 Bytes Nested(const char* opening, std::size_t depth) {
   Bytes bytes;

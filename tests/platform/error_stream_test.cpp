@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "platform/real_os.h"
 #include "support/standard_error.h"
@@ -42,6 +45,29 @@ TEST(ErrorStream, SilencingCutsOffLibrariesAndNotTheHost) {
   RealErrorStream().WriteLine("host after");
   RealErrorStream().WriteToDebugger("no stream of ours");
   EXPECT_EQ(capture.Take(), "library before\nhost before\nhost after\n");
+}
+
+TEST(ErrorStream, LinesOfThreadsNeverMix) {
+  constexpr int kThreads = 4;
+  constexpr int kLines = 100;
+  Capture capture;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([thread] {
+      for (int line = 0; line < kLines; ++line) {
+        RealErrorStream().WriteLine(std::string(5000, static_cast<char>('a' + thread)));
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  const std::string text = capture.Take();
+  ASSERT_EQ(text.size(), std::size_t{kThreads} * kLines * 5001);
+  for (std::size_t begin = 0; begin < text.size(); begin += 5001) {
+    EXPECT_EQ(text[begin + 5000], '\n');
+    EXPECT_EQ(text.find_first_not_of(text[begin], begin), begin + 5000);
+  }
 }
 
 }  // namespace

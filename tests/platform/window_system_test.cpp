@@ -3,7 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include <cstdint>
+#include <filesystem>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -27,6 +33,31 @@ using ::testing::IsEmpty;
 
 constexpr std::uint32_t kMessageA = kWmApp + 1;
 constexpr std::uint32_t kMessageB = kWmApp + 2;
+
+// A number that grows with what this process has open: handles and the user's objects, or
+// descriptors and threads.
+long OpenThings() {
+#ifdef _WIN32
+  DWORD handles = 0;
+  EXPECT_TRUE(::GetProcessHandleCount(::GetCurrentProcess(), &handles));
+  if (handles != 0) {
+    return static_cast<long>(handles + ::GetGuiResources(::GetCurrentProcess(), GR_USEROBJECTS));
+  }
+  // Wine counts none, but gives the lowest free number to the next one of each.
+  const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  ::CloseHandle(event);
+  const HWND window =
+      ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+  EXPECT_TRUE(::DestroyWindow(window));
+  return static_cast<long>(reinterpret_cast<std::uintptr_t>(event) +
+                           LOWORD(reinterpret_cast<std::uintptr_t>(window)));
+#else
+  const auto entries = [](const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+  };
+  return entries("/proc/self/fd") + entries("/proc/self/task");
+#endif
+}
 
 // Each case has a runtime folder of its own on Linux, so cases at one time don't meet.
 class WindowSystemTest : public testing::Test {
@@ -198,6 +229,20 @@ TEST_F(WindowSystemTest, SessionDisplayAndMonitorAreThere) {
   EXPECT_NE(windows().MonitorAt(10, 10), nullptr);
   EXPECT_EQ(windows().DisplayCount(), 1);
   EXPECT_FALSE(windows().RemoteSession());
+}
+
+TEST_F(WindowSystemTest, AHundredWindowsLeaveNothingOpen) {
+  const std::wstring name = UniqueName(L"KorvaneTest");
+  const auto make = [&name] {
+    TestWindow window(name);
+    ASSERT_TRUE(window.Create(L"title").ok());
+  };
+  make();  // the first sets up what stays
+  const long before = OpenThings();
+  for (int round = 0; round < 100; ++round) {
+    make();
+  }
+  EXPECT_EQ(OpenThings(), before);
 }
 
 }  // namespace

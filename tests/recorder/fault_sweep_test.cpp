@@ -54,5 +54,36 @@ TEST(RecorderFaultSweep, AFailureCostsLinesAndNeverTheStart) {
   test::SweepFaults("startup log", 30, Round);
 }
 
+// Nobody reads the log to write it, so a sample of damages will do: whatever lies there stays, and
+// the next line is whole.
+TEST(RecorderDamage, ALineIsAppendedWholeToWhateverLiesThere) {
+  std::string sound;
+  {
+    const RecorderWorld world;
+    StartupRecorder().Event("mutex");
+    sound = world.LogText();
+  }
+  RecorderWorld world;
+  std::filesystem::create_directories(world.LogPath().parent_path());
+  const auto expect_appended = [&world](const std::string& damaged) {
+    test::WriteBytes(world.LogPath(), damaged);
+    const StartupRecorder recorder;
+    const std::string log = world.LogText();
+    ASSERT_TRUE(log.starts_with(damaged));
+    const auto added = RecorderWorld::ParseLines(log.substr(damaged.size()));
+    ASSERT_EQ(added.size(), 1U);
+    EXPECT_EQ(added.front().at("stage"), "process_start");
+    EXPECT_TRUE(world.errors.lines().empty());
+  };
+  for (std::size_t length = 0; length < sound.size(); length += 7) {
+    expect_appended(sound.substr(0, length));
+  }
+  for (std::size_t bit = 0; bit < sound.size() * 8; bit += 25) {
+    std::string flipped = sound;
+    flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << (bit % 8)));
+    expect_appended(flipped);
+  }
+}
+
 }  // namespace
 }  // namespace korvane

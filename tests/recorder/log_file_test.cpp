@@ -245,5 +245,30 @@ TEST(LogFile, SlowWritesDontStallTheSnapshot) {
   EXPECT_EQ(keys_during_write, recorder.Snapshot().size());
 }
 
+TEST(LogFile, ThreadsWriteWholeLinesWhileOneOfThemCloses) {
+  constexpr int kThreads = 4;
+  constexpr int kEvents = 200;
+  RecorderWorld world;
+  StartupRecorder recorder;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&recorder, thread] {
+      for (int event = 0; event < kEvents; ++event) {
+        recorder.RecordDisplayEvent("WM_WTSSESSION_CHANGE", {{"code", std::int64_t{thread}}});
+        if (thread == 0 && event == kEvents / 2) {
+          recorder.Close();
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  const std::size_t written = world.Lines().size() - 1;  // process_start
+  EXPECT_EQ(written + world.errors.lines().size(), std::size_t{kThreads * kEvents})
+      << "each line was written whole or reported";
+  EXPECT_GT(written, 0u);
+}
+
 }  // namespace
 }  // namespace korvane

@@ -1,4 +1,5 @@
-// The configuration store and the takeover with every operation of the platform failed in turn.
+// The configuration store and the takeover with every operation of the platform failed in turn, and
+// the store's file damaged in every place.
 #include "support/fault_sweep.h"
 
 #include <gmock/gmock.h>
@@ -24,6 +25,14 @@ const std::string kOld = R"({"log":{},"inbounds":[],"outbounds":["old"]})";
 const std::string kNew = R"({"log":{},"inbounds":[],"outbounds":["newer than that"]})";
 
 test::FakeMachine& Machine() { return test::FakeMachine::Get(); }
+
+void PutStored(const std::string& name, const std::string& bytes) {
+  platform::Files& files = Machine().files;
+  auto file = files.Open(std::filesystem::path(GetVpnConfigPath()).parent_path() / name,
+                         platform::OpenMode::kWriteShared);
+  ASSERT_TRUE(file);
+  ASSERT_TRUE(files.Write(file.value(), bytes));
+}
 
 std::string Scrambled(std::string text) {
   ScrambleVpnConfig(text);
@@ -68,6 +77,28 @@ TEST(StoreFaultSweep, ALoadGivesTheTextOrNothingAndHarmsNoFile) {
     EXPECT_EQ(LoadVpnConfigFile(), kOld) << "the next load finds the backup";
     return met;
   });
+}
+
+TEST(StoreDamage, ADamagedFileIsRefusedOrReadAndLeftAlone) {
+  Machine();
+  ASSERT_TRUE(SaveVpnConfigFile(kOld));
+  const std::string sound = Scrambled(kOld);
+  std::vector<std::string> damaged;
+  for (std::size_t length = 0; length < sound.size(); ++length) {
+    damaged.push_back(sound.substr(0, length));
+  }
+  for (std::size_t bit = 0; bit < sound.size() * 8; ++bit) {
+    damaged.push_back(sound);
+    damaged.back()[bit / 8] = static_cast<char>(sound[bit / 8] ^ (1 << (bit % 8)));
+  }
+  for (const std::string& bytes : damaged) {
+    PutStored("vpn_config.dat", bytes);
+    const std::string text = Scrambled(bytes);
+    EXPECT_EQ(LoadVpnConfigFile(), ValidateVpnConfig(text) ? text : "");
+    EXPECT_EQ(Machine().files.Content("vpn_config.dat"), bytes);
+    EXPECT_EQ(Machine().files.Content("vpn_config.bak"), sound);
+  }
+  EXPECT_TRUE(Machine().errors.lines().empty());
 }
 
 // What the calls of one takeover left open or entered.

@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "support/counting_os.h"
 #include "support/memory_files.h"
 #include "vpn/tunnel_fixture.h"
 #include "vpn/vpn_state.h"
@@ -19,6 +21,7 @@ namespace {
 
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using ::testing::Contains;
 
 constexpr char kVpnChannel[] = "com.sundrelak.korvane/vpn";
 
@@ -86,6 +89,56 @@ class FaultSweepTest : public TunnelTest {
 
 TEST_F(FaultSweepTest, EveryCallIsAnsweredOnceWhateverFails) {
   SweepFaults("connect and stop", 100, [this](const CountingPlan& plan) { return Round(plan); });
+}
+
+// No operation promises to throw, but memory may run out in any.
+TEST_F(FaultSweepTest, AWorkerAnswersWhateverIsThrownInIt) {
+  struct Case {
+    const char* method;
+    EncodableValue arguments;
+    const char* thrower;
+    const char* told;
+    const char* code;
+  };
+  const EncodableMap preference{{"config", ProxyConfig()}, {"autoConfigureProxy", true}};
+  const Case cases[] = {
+      {"loadVPNPreference", preference, "Files.Open",
+       "[ERROR] Background thread: Exception in StartBox (loadVPNPreference): ",
+       "CONNECTION_FAILED"},
+      {"connectForNodeSwitching", ProxyConfig(), "Files.Open",
+       "[ERROR] Background thread: Exception in StartBox (node switching): ", "CONNECTION_FAILED"},
+      {"doConnectVpn",
+       {},
+       "Files.Open",
+       "[ERROR] Background thread: Exception in StartBox: ",
+       "CONNECTION_FAILED"},
+      {"stopVPN",
+       {},
+       "ProxySettings.Store",
+       "[ERROR] Background thread: Exception in StopBox: ",
+       "DISCONNECTION_FAILED"},
+      {"disconnectForNodeSwitching",
+       {},
+       "ProxySettings.Store",
+       "[ERROR] Background thread: Exception in StopBox (node switching): ",
+       "DISCONNECTION_FAILED"},
+  };
+  for (const Case& each : cases) {
+    EXPECT_EQ(Ask("loadVPNPreference", preference).value, EncodableValue(true));
+    if (std::string_view(each.code) == "CONNECTION_FAILED") {
+      EXPECT_EQ(Ask("stopVPN").value, EncodableValue(true));
+    }
+    errors.Clear();
+    CountingPlan plan;
+    plan.counted = [&each](const Operation& operation) {
+      // No std::exception: those of its files the store tells by itself.
+      return operation.name == each.thrower ? throw 7 : false;
+    };
+    CountingOs throwing(platform::os(), plan);
+    const platform::ScopedOs in_force(throwing.os());
+    EXPECT_EQ(Ask(each.method, each.arguments).code, each.code) << each.method;
+    EXPECT_THAT(errors.lines(), Contains(each.told)) << each.method;
+  }
 }
 
 }  // namespace
