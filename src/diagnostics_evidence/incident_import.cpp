@@ -417,6 +417,9 @@ class SessionImport {
 }  // namespace
 
 bool importPreviousSession(EvidenceState& state, const std::string& trigger) {
+  if (!state.diagnostics_enabled) {  // coverage: whoever calls it has asked already
+    return false;
+  }
   state.last_import_error.clear();
   const auto made = os().files->CreateDirectories(EvidencePath(state.incidents_dir));
   if (!made) {

@@ -25,8 +25,8 @@
 
 namespace korvane {
 
-// Only while diagnostics are on. True when nothing is left flat that should have been archived. The
-// trigger is "boot" or "session_start".
+// True when nothing is left flat that should have been archived. The trigger is "boot" or
+// "session_start".
 bool importPreviousSession(EvidenceState& state, const std::string& trigger);
 
 // The boot import: once in a process, and only before its first session, whose own markers lie flat

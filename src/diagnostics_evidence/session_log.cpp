@@ -88,6 +88,9 @@ bool isCrashOutputName(std::string_view name) {
 }
 
 std::string crashOutputSession(std::string_view name) {
+  if (!isCrashOutputName(name)) {  // coverage: its callers have looked
+    return {};
+  }
   name.remove_prefix(kCrashPrefix.size());
   name.remove_suffix(kCrashSuffix.size());
   return std::string(name);

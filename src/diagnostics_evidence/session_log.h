@@ -37,7 +37,7 @@ bool appendBoundedLog(const std::string& path, const std::string& line, std::uin
 
 // "crash-output." + session + ".log", with a session.
 bool isCrashOutputName(std::string_view name);
-// The session in such a name, and only in such a one; never empty.
+// The session in such a name; empty for any other.
 std::string crashOutputSession(std::string_view name);
 
 // The text without header lines and blank lines, each kept line with a line feed.

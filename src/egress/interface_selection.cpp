@@ -114,7 +114,8 @@ MappedAddress MapAddressToInterface(const std::vector<AdapterRow>& adapters,
   MappedAddress mapped;
   for (const AdapterRow& adapter : adapters) {
     const std::int64_t ordinal = OrdinalOf(ordinals, adapter.ifIndex);
-    if (ordinal == mapped.ordinal || !HasAddress(adapter, wanted)) {
+    // coverage: the ordinals are those of these adapters, so none is 0
+    if (ordinal == 0 || ordinal == mapped.ordinal || !HasAddress(adapter, wanted)) {
       continue;
     }
     if (mapped.mapping == AddressMapping::kMapped) {

@@ -26,8 +26,8 @@ bool EnableElevatedAutostart();
 // Removes the task; true when there was none. The older value isn't put back.
 bool DisableElevatedAutostart();
 
-// Runs schtasks.exe with the tail and waits. False when it could not be started; exit_code is
-// untouched then.
+// Runs schtasks.exe with the tail and waits. False when it could not be started; exit_code (may be
+// null) is untouched then.
 bool RunSchtasks(const std::wstring& tail, std::uint32_t* exit_code);
 
 // Removes the value "Korvane" of the hive's Run key, quietly.
