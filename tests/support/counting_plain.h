@@ -115,6 +115,7 @@ class CountingIdentifiers final : public Counted<Identifiers> {
  public:
   using Counted::Counted;
   KORVANE_COUNTED(0, Identifiers, CreateGuid, kLooks);
+  KORVANE_COUNTED(1, Identifiers, FormatGuid, kLooks);
   KORVANE_COUNTED(0, Identifiers, PerformanceCounter, kLooks);
 };
 
