@@ -16,6 +16,7 @@ namespace {
 using flutter::EncodableMap;
 using flutter::EncodableValue;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr char kSinkStaysArmed[] =
@@ -77,6 +78,46 @@ TEST_F(DisconnectTest, TakesTheStepsThatThereIsCauseFor) {
   EXPECT_THAT(journal.Take(), ElementsAre("crash output ''", "proxy 1 ", "proxy announced"));
   EXPECT_EQ(vpn_state().service_id, 0U) << "a core without a close leaves no service behind";
   EXPECT_FALSE(IsVpnConnected());
+}
+
+TEST_F(DisconnectTest, TellsItsDecisionsWhileDiagnosticsAreOn) {
+  const struct {
+    std::function<void()> prepare;
+    bool disable_proxy;
+    std::vector<std::string> decisions;
+  } rows[] = {
+      {[] {},
+       true,
+       {"enter_disableProxy", "service_closed", "proxy_cleanup_begin", "proxy_cleanup_done",
+        "authoritative_disconnected"}},
+      {[] {},
+       false,
+       {"enter_reconnect_teardown", "service_closed", "reconnect_teardown_no_broadcast"}},
+      {[this] {
+         FakeEngine::Get().on_close = [](std::uint64_t) { return 5; };
+         proxy.store_error = 5;
+       },
+       true,
+       {"enter_disableProxy", "service_close_failed", "proxy_cleanup_begin", "proxy_cleanup_failed",
+        "authoritative_disconnected"}},
+  };
+  EXPECT_EQ(Call("setWindowsDiagnosticsEnabled", EncodableMap{{"enabled", true}}).value,
+            EncodableValue(true));
+  for (const auto& row : rows) {
+    Connect();
+    row.prepare();
+    StopBoxInternal(row.disable_proxy, "user_disconnect");
+    std::vector<std::string> told = dart.Heard();
+    std::erase_if(told, [](const auto& line) { return line.starts_with("onVPNStateChanged"); });
+    std::vector<std::string> expected;
+    for (const std::string& decision : row.decisions) {
+      expected.push_back("onVPNDiagnostic StopBoxInternal " + decision);
+    }
+    EXPECT_EQ(told, expected);
+  }
+  EXPECT_THAT(ReadBytes(folder / "Korvane" / "libbox_session.log").value_or(""),
+              HasSubstr("StopBoxInternal decision=enter_disableProxy is_running=1 svc=3 op_depth=1 "
+                        "op_phase=stopping"));
 }
 
 TEST_F(DisconnectTest, RefusedProxyIsAWarning) {
