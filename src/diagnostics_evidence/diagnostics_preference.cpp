@@ -69,8 +69,9 @@ bool ClearCrashOutputs(const EvidenceState& state) {
   }
   bool cleared = true;
   for (const platform::DirectoryEntry& entry : entries.value()) {
-    if (isCrashOutputName(os().text->NarrowFromPath(entry.name))) {
-      cleared = RemoveEvidenceTree(EvidencePath(state.base_dir) / entry.name) && cleared;
+    if (isCrashOutputName(os().text->NarrowFromPath(entry.name)) &&
+        !RemoveEvidenceTree(EvidencePath(state.base_dir) / entry.name)) {
+      cleared = false;
     }
   }
   return cleared;

@@ -101,6 +101,7 @@ TEST(EgressConfigTest, ReadsPortsOfBothFields) {
       {R"("server_ports":[])", {}, true, false},
       {R"("server_ports":"443")", {}, true, false},
       {R"("server_ports":[""])", {}, true, false},
+      {R"("server_ports":["443x"])", {}, true, false},
       {R"("server_ports":[" 443"])", {}, true, false},
       {R"("server_ports":["+443"])", {}, true, false},
       {R"("server_ports":["0"])", {}, true, false},

@@ -37,7 +37,7 @@ TEST(JsonDocumentTest, AcceptsAndRefusesAsStated) {
   constexpr std::string_view kRefused[] = {
       "", " \t\r\n", "1 2", "{},", "{}{}", "[1,]", "[,1]", "[1 2]", "{\"a\":1,}", "{\"a\" 1}",
       "{a:1}", "{1:1}", "{\"a\":}", "{\"a\":1 \"b\":2}", "{\"a\":1]", "[1}", "]", "[", "{", "[1",
-      "{\"a\"", "{\"a\":1", "tru", "truex", "True", "nul", "'a'", "// c\n1",
+      "{\"a", "{\"a\"", "{\"a\":1", "tru", "truex", "True", "nul", "'a'", "// c\n1",
       // A byte-order mark is no blank, and a zero byte no end.
       "\xEF\xBB\xBF{}", "\f1", "\v1",
       "\xC2\xA0"

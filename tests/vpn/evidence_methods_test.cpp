@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "diagnostics_evidence/libbox_log_buffer.h"
 #include "vpn/disconnect_path.h"
 #include "vpn/tunnel_fixture.h"
 #include "vpn/vpn_event_stream.h"
+#include "vpn/vpn_state.h"
 
 namespace korvane::test {
 namespace {
@@ -16,7 +18,9 @@ namespace {
 using flutter::EncodableList;
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -89,6 +93,20 @@ TEST_F(EvidenceMethodsTest, SwitchGivesARunningTunnelItsSession) {
   dart.Heard();
   PostVpnDiagnostic(VpnDiagnosticEvent());
   EXPECT_THAT(dart.Heard(), IsEmpty()) << "no decision while capture is off";
+}
+
+TEST_F(EvidenceMethodsTest, ARefreshDecidesByTheOperationThatRuns) {
+  Register();
+  Switch(true);
+  vpn_state().op_depth = 1;
+  for (const auto& [phase, decision] : {std::pair{kPhaseStarting, "suppress_terminal_connecting"},
+                                        {kPhaseStopping, "suppress_terminal_disconnecting"},
+                                        {kPhaseNone, "disconnected"}}) {
+    vpn_state().op_phase = phase;
+    dart.Heard();
+    Call("refreshVPNStatus");
+    EXPECT_THAT(dart.Heard(), Contains(EndsWith(decision)));
+  }
 }
 
 TEST_F(EvidenceMethodsTest, RefusalsOfDiskAndRegistryAreAnswered) {
