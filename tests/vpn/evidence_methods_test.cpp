@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
-#include <utility>
 
 #include "diagnostics_evidence/libbox_log_buffer.h"
 #include "vpn/disconnect_path.h"
@@ -20,7 +20,6 @@ using flutter::EncodableMap;
 using flutter::EncodableValue;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -98,14 +97,20 @@ TEST_F(EvidenceMethodsTest, SwitchGivesARunningTunnelItsSession) {
 TEST_F(EvidenceMethodsTest, ARefreshDecidesByTheOperationThatRuns) {
   Register();
   Switch(true);
-  vpn_state().op_depth = 1;
-  for (const auto& [phase, decision] : {std::pair{kPhaseStarting, "suppress_terminal_connecting"},
-                                        {kPhaseStopping, "suppress_terminal_disconnecting"},
-                                        {kPhaseNone, "disconnected"}}) {
+  const struct {
+    std::int32_t depth;
+    std::int32_t phase;
+    const char* decision;
+  } rows[] = {{1, kPhaseStarting, "suppress_terminal_connecting"},
+              {1, kPhaseStopping, "suppress_terminal_disconnecting"},
+              {0, kPhaseNone, "disconnected"}};
+  for (const auto& [depth, phase, decision] : rows) {
+    vpn_state().op_depth = depth;
     vpn_state().op_phase = phase;
     dart.Heard();
     Call("refreshVPNStatus");
-    EXPECT_THAT(dart.Heard(), Contains(EndsWith(decision)));
+    EXPECT_THAT(dart.Heard(),
+                Contains(std::string("onVPNDiagnostic refreshVPNStatus ") + decision));
   }
 }
 
