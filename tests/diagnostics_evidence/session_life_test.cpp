@@ -283,6 +283,28 @@ TEST(ShutdownRecord, FollowsItsOwner) {
       }));
 }
 
+TEST(ShutdownRecord, HoldsWhatBecameOfTheSessionAndOfTheProcess) {
+  EvidenceWorld world;
+  LibboxLogBuffer& evidence = world.Start();
+  evidence.beginSession();
+  const std::string session = evidence.currentSessionId();
+  evidence.recordShutdownIntent("user_disconnect");
+  world.clock.Advance(1000);
+  evidence.recordCloseResult(session, false, -3, "dial 10.0.0.1:443");
+  world.clock.Advance(1000);
+  evidence.recordShutdownIntent("updater");
+  world.clock.Advance(1000);
+  evidence.recordShutdownIntent("node_switch");
+  EXPECT_EQ(
+      Owned(Owned(world.Get(kRecord), session), session),
+      R"({"schema":1,"session_id":"OWN","build_id":"2.16.10+336","process_exit_session":"OWN",)"
+      R"("process_exit_reason":"updater","process_exit_state":"requested",)"
+      R"("process_exit_at_utc":"2024-01-02T03:04:07Z","reason":"user_disconnect","state":"failed",)"
+      R"("requested_at_utc":"2024-01-02T03:04:05Z","result_at_utc":"2024-01-02T03:04:06Z",)"
+      R"("later_intent":"node_switch","later_intent_at_utc":"2024-01-02T03:04:08Z",)"
+      R"("close_code":-3,"close_error":"dial [ip]"})");
+}
+
 TEST(ShutdownRecord, OfNoSessionSaysSo) {
   EvidenceWorld world;
   world.evidence().recordShutdownIntent("node_switch");
