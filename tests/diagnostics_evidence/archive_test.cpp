@@ -100,6 +100,8 @@ TEST(Acknowledgement, CountsForOneGeneration) {
               ElementsAre("acknowledgement was for import generation 0; this incident is now "
                           "generation 1",
                           "a \"quoted\" note", "another"));
+  world.Put("incidents/" + id + "/manifest.json", "{}");
+  EXPECT_TRUE(evidence.acknowledgeIncident(id, 0)) << "what tells no generation is of the first";
 }
 
 TEST(Acknowledgement, IsRefusedForWhatNobodyCouldSee) {
