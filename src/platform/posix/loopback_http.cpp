@@ -81,7 +81,7 @@ class PosixSession final : public LoopbackHttpSession {
 
   // Bounds each wait for the peer; one for sending is also one for the connection.
   bool BoundWaits() {
-    const timeval bound{.tv_sec = timeout_ms_ / 1000, .tv_usec = timeout_ms_ % 1000 * 1000};
+    const timeval bound{.tv_sec = timeout_ms_ / 1000, .tv_usec = timeout_ms_ % 1000 * 1000L};
     return setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof(bound)) == 0 &&
            setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof(bound)) == 0;
   }
