@@ -25,6 +25,8 @@ struct Holdings {
   bool in_pages = false;  // resident memory, where no checker counts the heap
 };
 
+// The system may open a few of its own; one for each session would be hundreds.
+constexpr long kHandlesSlack = 100;
 // A buffer may have grown with the length of a number; among the pages is what the allocator keeps
 // for later.
 constexpr long kHeapSlackBytes = 1024;
@@ -107,7 +109,7 @@ TEST(Leaks, AThousandSessionsAndTenThousandCallsLevelOff) {
 
   EXPECT_LE(whole.descriptors, half.descriptors);
   EXPECT_LE(whole.threads, half.threads);
-  EXPECT_LE(whole.handles, half.handles);
+  EXPECT_LE(whole.handles, half.handles + kHandlesSlack);
   EXPECT_LE(whole.memory_bytes,
             half.memory_bytes + (half.in_pages ? kPagesSlackBytes : kHeapSlackBytes));
   EXPECT_EQ(host.Finish(), 0);
