@@ -55,6 +55,18 @@ TEST(Listing, ShowsTheNewestFirstAndHoldsBackTheUnfinished) {
       "[LibboxLogBuffer] Withholding incident 20260104T000000Z-d: no manifest yet"));
 }
 
+TEST(Listing, HoldsBackWhatItCouldNotLookThrough) {
+  EvidenceWorld world;
+  PutIncident(world, "20260101T000000Z-a", "clean");
+  world.Start();
+  // The first listing is of the archive, the second of the incident.
+  world.Suffer(FailOnce(2, [](const Operation& o) { return o.name == "Files.List"; }),
+               [](LibboxLogBuffer& evidence) {
+                 EXPECT_THAT(evidence.getPendingIncidents(nullptr), IsEmpty());
+               });
+  EXPECT_THAT(world.evidence().getPendingIncidents(nullptr), SizeIs(1));
+}
+
 TEST(Listing, ReadsCrashOutputOfItsOwnSessionUpToTheFirstFatalOne) {
   EvidenceWorld world;
   const std::string folder = "incidents/20260101T000000Z-a/";
@@ -100,8 +112,14 @@ TEST(Acknowledgement, CountsForOneGeneration) {
               ElementsAre("acknowledgement was for import generation 0; this incident is now "
                           "generation 1",
                           "a \"quoted\" note", "another"));
+  for (const char* name : {"/acknowledged", "/manifest.json"}) {
+    world.Put("incidents/" + id + name, "{}");
+    PutIncident(world, id, "clean");
+    EXPECT_TRUE(evidence.getPendingIncidents(nullptr)[0].acknowledged)
+        << "what tells no generation is of the first";
+  }
   world.Put("incidents/" + id + "/manifest.json", "{}");
-  EXPECT_TRUE(evidence.acknowledgeIncident(id, 0)) << "what tells no generation is of the first";
+  EXPECT_TRUE(evidence.acknowledgeIncident(id, 0));
 }
 
 TEST(Acknowledgement, IsRefusedForWhatNobodyCouldSee) {

@@ -24,8 +24,14 @@ TEST(PrivacyMigration, FilesAreCleanedToTheByteAndOnlyOnce) {
     std::string before;
     std::string after;
   };
+  std::string clean_lines;  // more than is read at once
+  while (clean_lines.size() < 300'000) {
+    clean_lines += "a line with nothing in it\n";
+  }
   const Row rows[] = {
       {"a.log", kRawLog, kCleanLog},
+      {"a.log", kRawLog + clean_lines, kCleanLog + clean_lines},
+      {"a.log", clean_lines + kRawLog, clean_lines + kCleanLog},
       {"a.log", "", ""},
       {"a.log", "\n\nplain\n\n", "\n\nplain\n\n"},
       {"a.log", "no line feed, ws://h.t/c", "no line feed, [url]"},

@@ -309,6 +309,8 @@ TEST(ShutdownRecord, OfNoSessionSaysSo) {
   EvidenceWorld world;
   world.evidence().recordShutdownIntent("node_switch");
   EXPECT_EQ(Told(world), "<no-session> node_switch requested");
+  EXPECT_TRUE(world.evidence().clearShutdownIntent("node_switch"));
+  EXPECT_FALSE(world.evidence().clearShutdownIntent("node_switch")) << "there is none any more";
 }
 
 TEST(SessionLog, KeepsOneRedactedLineForEachBreadcrumb) {

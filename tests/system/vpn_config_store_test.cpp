@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 
 #include "platform/os.h"
@@ -145,6 +146,19 @@ TEST_F(ConfigStoreTest, WhatStandsInTheWayIsToldAndSurvived) {
   errors_.Clear();
   EXPECT_EQ(LoadVpnConfigFile(), "");
   EXPECT_THAT(errors_.lines(), ElementsAre(StartsWith("Error restoring from backup: copy_file")));
+}
+
+TEST_F(ConfigStoreTest, WhatIsThrownIsToldAndRefused) {
+  CountingPlan plan;
+  plan.counted = [](const Operation& o) {
+    return o.name == "Files.Open" ? throw std::runtime_error("no memory") : false;
+  };
+  const CountingOs throwing(platform::os(), plan);
+  const platform::ScopedOs in_force(throwing.os());
+  EXPECT_FALSE(SaveVpnConfigFile(kConfig));
+  EXPECT_EQ(LoadVpnConfigFile(), "");
+  EXPECT_THAT(errors_.lines(), ElementsAre("Error saving VPN config: no memory",
+                                           "Error loading VPN config: no memory"));
 }
 
 TEST_F(ConfigStoreTest, ProfileFolderInAnotherScriptWorks) {

@@ -15,7 +15,9 @@ namespace {
 
 using flutter::EncodableMap;
 using flutter::EncodableValue;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -116,8 +118,9 @@ TEST_F(DisconnectTest, TellsItsDecisionsWhileDiagnosticsAreOn) {
     EXPECT_EQ(told, expected);
   }
   EXPECT_THAT(ReadBytes(folder / "Korvane" / "libbox_session.log").value_or(""),
-              HasSubstr("StopBoxInternal decision=enter_disableProxy is_running=1 svc=3 op_depth=1 "
-                        "op_phase=stopping"));
+              AllOf(HasSubstr("StopBoxInternal decision=enter_disableProxy is_running=1 svc=3 "
+                              "op_depth=1 op_phase=stopping"),
+                    EndsWith("is_running=0 svc=0 op_depth=0 op_phase=none\n")));
 }
 
 TEST_F(DisconnectTest, RefusedProxyIsAWarning) {
