@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
 #include <string>
 
 #include "diagnostics_evidence/libbox_log_buffer.h"
@@ -92,6 +95,22 @@ TEST_F(EvidenceMethodsTest, SwitchGivesARunningTunnelItsSession) {
   dart.Heard();
   PostVpnDiagnostic(VpnDiagnosticEvent());
   EXPECT_THAT(dart.Heard(), IsEmpty()) << "no decision while capture is off";
+}
+
+TEST_F(EvidenceMethodsTest, AFailedStartIsNoted) {
+  Register();
+  Switch(true);
+  const std::function<std::int32_t(std::uint64_t)> ways[] = {
+      [](std::uint64_t) { return 5; },
+      [](std::uint64_t) -> std::int32_t { throw std::runtime_error("gone"); }};
+  for (const auto& way : ways) {
+    std::filesystem::remove(folder / "Korvane" / "libbox_failed_start");
+    FakeEngine::Get().on_start = way;
+    EXPECT_EQ(Call("loadVPNPreference", EncodableMap{{"config", ProxyConfig()}}).kind, "error");
+    EXPECT_TRUE(std::filesystem::exists(folder / "Korvane" / "libbox_failed_start"));
+    EXPECT_THAT(ReadBytes(folder / "Korvane" / "libbox_shutdown_record.json").value_or(""),
+                HasSubstr(R"("reason":"failed_start","state":"requested")"));
+  }
 }
 
 TEST_F(EvidenceMethodsTest, ARefreshDecidesByTheOperationThatRuns) {
