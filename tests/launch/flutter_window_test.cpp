@@ -60,6 +60,12 @@ class FlutterWindowTest : public testing::Test {
   platform::WindowHandle handle_ = nullptr;
 };
 
+TEST_F(FlutterWindowTest, IsTheOneThatATakeoverHandsOver) {
+  CreateQuietly();
+  EXPECT_EQ(RequestElevatedTakeover(), TakeoverResult::kHandshake);
+  EXPECT_THAT(Calls(), Contains("Post(main, 0x802a, 0, 0)"));
+}
+
 TEST_F(FlutterWindowTest, ComesUpInTheToldOrderAndHidden) {
   ASSERT_TRUE(Create());
   const auto calls = machine_.TakeCallsWithout({"OnDestroy", "err: [", "err: Failed", "file: "});
